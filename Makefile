@@ -1,0 +1,29 @@
+# Thin wrapper over CMake. `make test` and `make run` are the two commands of the README.
+.PHONY: deps test run demo build release format clean
+
+TEST_DIR    := build/test
+RELEASE_DIR := build/release
+JOBS        ?= $(shell nproc 2>/dev/null || echo 2)
+
+deps:
+	@bash scripts/install-deps.sh
+
+# Everything, under AddressSanitizer and UndefinedBehaviorSanitizer, warnings fatal.
+test: deps
+	@cmake -S . -B $(TEST_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTALLY_SANITIZE=ON -DTALLY_WERROR=ON >/dev/null
+	@cmake --build $(TEST_DIR) -j $(JOBS)
+	@cd $(TEST_DIR) && ctest --output-on-failure -j $(JOBS)
+
+release: deps
+	@cmake -S . -B $(RELEASE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build $(RELEASE_DIR) -j $(JOBS) --target tally
+
+# Tally's main job on this machine's own logs.
+run: release
+	@$(RELEASE_DIR)/Tally/tally --scan
+
+format:
+	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
+
+clean:
+	rm -rf build

@@ -1,0 +1,41 @@
+// Instants, ISO 8601 text and the local calendar.
+// A Date is seconds since 1970-01-01 00:00 UTC as a double, like the timestamps the tools
+// write. Calendar arithmetic uses the process's local zone (TZ is honoured).
+#pragma once
+
+#include <compare>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace usagekit {
+
+struct Date {
+    double secondsSince1970 = 0;
+
+    static Date now();
+    Date addingSeconds(double seconds) const { return Date{secondsSince1970 + seconds}; }
+    auto operator<=>(const Date&) const = default;
+};
+
+namespace ISO8601 {
+// Reads YYYY-MM-DDTHH:MM:SS, an optional fraction of any length, then Z or ±HH:MM.
+std::optional<Date> parse(std::string_view text);
+// Whole seconds in UTC: 2026-11-15T18:20:00Z (the fraction is dropped, not rounded).
+std::string format(Date date);
+}  // namespace ISO8601
+
+namespace Calendar {
+Date startOfDay(Date date);
+Date startOfMonth(Date date);
+// The same wall-clock time `days` calendar days later (negative: earlier).
+Date addingDays(Date date, int days);
+// Call after changing TZ in a running process (tests do); it re-reads the zone.
+void timeZoneChanged();
+}  // namespace Calendar
+
+// The shortest text that reads back to the same double, with ".0" appended to a whole
+// number: 1740787200.0. Used where a double becomes part of an identifier.
+std::string doubleDescription(double value);
+
+}  // namespace usagekit

@@ -1,0 +1,97 @@
+#include "core/scan.h"
+
+#include "core/checked.h"
+
+#include <unordered_map>
+
+namespace usagekit::Scan {
+
+std::vector<fs::path> files(const fs::path& under, std::string_view named) {
+    std::vector<fs::path> found;
+    std::error_code ec;
+    fs::recursive_directory_iterator it(under, fs::directory_options::skip_permission_denied, ec);
+    if (ec) return found;
+    for (fs::recursive_directory_iterator end; it != end; it.increment(ec)) {
+        if (ec) break;
+        const fs::path& path = it->path();
+        const std::string name = path.filename().string();
+        if (!name.empty() && name[0] == '.') {
+            it.disable_recursion_pending();
+            continue;
+        }
+        if (name.size() >= named.size() &&
+            name.compare(name.size() - named.size(), named.size(), named) == 0)
+            found.push_back(path);
+    }
+    return found;
+}
+
+std::optional<Date> date(std::string_view text) { return ISO8601::parse(text); }
+
+std::string foldKey(const UsageRecord& r) {
+    std::string key;
+    key.reserve(r.provider.id.size() + r.model.size() + 64);
+    key += r.provider.id;
+    key += '|';
+    key += r.model;
+    key += '|';
+    key += doubleDescription(Calendar::startOfDay(r.date).secondsSince1970);
+    key += '|';
+    if (r.project) key += *r.project;
+    key += '|';
+    if (r.session) key += *r.session;
+    return key;
+}
+
+std::vector<UsageRecord> fold(const std::vector<UsageRecord>& records) {
+    std::vector<UsageRecord> folded;
+    std::unordered_map<std::string, size_t> index;
+    for (const UsageRecord& record : records) {
+        std::string key = foldKey(record);
+        auto [it, inserted] = index.try_emplace(key, folded.size());
+        if (inserted) {
+            folded.push_back(record);
+            folded.back().id = std::move(key);
+            continue;
+        }
+        UsageRecord& into = folded[it->second];
+        try {
+            // Sum into temporaries first so that an overflow leaves `into` untouched.
+            const int64_t calls = checkedAdd(into.calls, record.calls);
+            const int64_t input = checkedAdd(into.input, record.input);
+            const int64_t output = checkedAdd(into.output, record.output);
+            const int64_t cacheRead = checkedAdd(into.cacheRead, record.cacheRead);
+            const int64_t cacheWrite = checkedAdd(into.cacheWrite, record.cacheWrite);
+            const int64_t reasoning = checkedAdd(into.reasoning, record.reasoning);
+            UsageRecord sum = into;
+            sum.calls = calls;
+            sum.input = input;
+            sum.output = output;
+            sum.cacheRead = cacheRead;
+            sum.cacheWrite = cacheWrite;
+            sum.reasoning = reasoning;
+            (void)sum.total();
+            into = std::move(sum);
+        } catch (const OutOfRange&) {
+            continue;
+        }
+        if (record.reportedCostUSD)
+            into.reportedCostUSD = into.reportedCostUSD.value_or(0) + *record.reportedCostUSD;
+        if (record.date > into.date) into.date = record.date;
+    }
+    return folded;
+}
+
+std::vector<UsageRecord> finish(const std::vector<UsageRecord>& records) {
+    std::vector<UsageRecord> kept;
+    kept.reserve(records.size());
+    for (const UsageRecord& record : records) {
+        try {
+            if (record.total() >= 1) kept.push_back(record);
+        } catch (const OutOfRange&) {
+        }
+    }
+    return fold(kept);
+}
+
+}  // namespace usagekit::Scan

@@ -1,0 +1,55 @@
+// What every log source shares: finding log files, reading the tools' timestamps, walking
+// lines without copying them, and folding per-request records into one per provider,
+// model, local day, project and session.
+#pragma once
+
+#include "core/date.h"
+#include "core/usage_record.h"
+
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace usagekit::Scan {
+
+namespace fs = std::filesystem;
+
+// Every entry below `under` (recursively, hidden files and directories skipped) whose
+// name ends with `named`, in directory order. A missing directory gives an empty list.
+std::vector<fs::path> files(const fs::path& under, std::string_view named);
+
+// ISO 8601 with or without fractional seconds; absent otherwise.
+std::optional<Date> date(std::string_view text);
+
+// provider|model|start of the local day (as doubleDescription)|project|session
+std::string foldKey(const UsageRecord& record);
+
+// One record per fold key, in order of first appearance: counts and reported costs
+// summed, the latest date kept, the id replaced by the key. A record whose addition would
+// overflow is dropped.
+std::vector<UsageRecord> fold(const std::vector<UsageRecord>& records);
+
+// Calls `f(line)` for each non-empty line of `text`, split at "\n".
+template <class F>
+void forEachLine(std::string_view text, F&& f) {
+    const char* p = text.data();
+    const char* end = p + text.size();
+    while (p < end) {
+        const char* newline = static_cast<const char*>(std::memchr(p, '\n', end - p));
+        const char* lineEnd = newline ? newline : end;
+        if (lineEnd > p) f(std::string_view(p, static_cast<size_t>(lineEnd - p)));
+        p = lineEnd + 1;
+    }
+}
+
+inline bool contains(std::string_view text, std::string_view needle) {
+    return text.find(needle) != std::string_view::npos;
+}
+
+// How every log source ends: drop records whose input + output + cacheRead + cacheWrite
+// is below 1 (or overflows), then fold the rest.
+std::vector<UsageRecord> finish(const std::vector<UsageRecord>& records);
+
+}  // namespace usagekit::Scan

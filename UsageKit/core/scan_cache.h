@@ -1,0 +1,69 @@
+// The per-file parse cache ("usage-scan.json", version 4). A file whose size is exactly
+// the same and whose modification time moved by less than half a second is not read
+// again: its folded records come from here. One cache lives for one local scan.
+#pragma once
+
+#include "core/json.h"
+#include "core/usage_record.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+namespace usagekit {
+
+struct ScanCache {
+    static constexpr int64_t kVersion = 4;
+
+    struct Entry {
+        int64_t size = 0;
+        double modified = 0;
+        std::vector<UsageRecord> records;
+
+        void encode(JsonWriter& writer) const;
+        static std::optional<Entry> decode(const JSON& json);
+        bool operator==(const Entry&) const = default;
+    };
+
+    // A file's size and modification time (seconds since 1970); both 0 when unreadable.
+    struct Stamp {
+        int64_t size = 0;
+        double modified = 0;
+    };
+
+    using Parse = std::function<std::vector<UsageRecord>(const std::filesystem::path&)>;
+    using ParseText =
+        std::function<std::vector<UsageRecord>(std::string_view text, const std::string& session)>;
+
+    std::map<std::string, Entry> files;
+    int64_t version = kVersion;
+
+    static std::filesystem::path file();
+    // The saved cache; an empty one when missing, undecodable or of another version.
+    static ScanCache load();
+    void save() const;  // failures are ignored
+
+    static Stamp stamp(const std::filesystem::path& path);
+    // The cached entry when it still matches `current`, else nullptr.
+    const Entry* hit(const std::string& path, const Stamp& current) const;
+    void store(const std::string& path, const Stamp& current, std::vector<UsageRecord> records);
+
+    // The file's records, from the cache or by calling `parse(path)`.
+    std::vector<UsageRecord> records(const std::filesystem::path& path, const Parse& parse);
+    // On a miss, reads the whole file as text (unreadable: empty) and passes it with the
+    // file's name less its extension as the session.
+    std::vector<UsageRecord> recordsOfText(const std::filesystem::path& path,
+                                           const ParseText& parse);
+
+    void prune(const std::unordered_set<std::string>& keeping);
+
+    void encode(JsonWriter& writer) const;
+    static std::optional<ScanCache> decode(const JSON& json);
+};
+
+}  // namespace usagekit

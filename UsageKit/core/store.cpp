@@ -1,0 +1,113 @@
+#include "core/store.h"
+
+#include "core/uuid.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+namespace usagekit::Store {
+
+namespace {
+
+[[noreturn]] void fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+void createDirectories(const fs::path& directory) {
+    std::error_code ec;
+    if (directory.empty() || fs::is_directory(directory, ec)) return;
+    createDirectories(directory.parent_path());
+    if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST)
+        fail("cannot create " + directory.string());
+}
+
+}  // namespace
+
+std::optional<std::string> readFile(const fs::path& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return std::nullopt;
+    std::string data;
+    struct stat info {};
+    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0)
+        data.reserve(static_cast<size_t>(info.st_size));
+    char buffer[1 << 16];
+    bool ok = true;
+    for (;;) {
+        ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) ok = false;
+        if (n <= 0) break;
+        data.append(buffer, static_cast<size_t>(n));
+    }
+    ::close(fd);
+    if (!ok) return std::nullopt;
+    return data;
+}
+
+fs::path writeTemporary(const std::string& data, const fs::path& target) {
+    createDirectories(target.parent_path());
+    fs::path temporary =
+        target.parent_path() / ("." + target.filename().string() + ".tmp-" + randomUUID().substr(0, 8));
+    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) fail("cannot create " + temporary.string());
+    size_t written = 0;
+    while (written < data.size()) {
+        ssize_t n = ::write(fd, data.data() + written, data.size() - written);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) {
+            int saved = errno;
+            ::close(fd);
+            ::unlink(temporary.c_str());
+            errno = saved;
+            fail("cannot write " + temporary.string());
+        }
+        written += static_cast<size_t>(n);
+    }
+    if (::fsync(fd) != 0 || ::close(fd) != 0) {
+        int saved = errno;
+        ::unlink(temporary.c_str());
+        errno = saved;
+        fail("cannot write " + temporary.string());
+    }
+    return temporary;
+}
+
+void replace(const fs::path& temporary, const fs::path& target) {
+    if (::rename(temporary.c_str(), target.c_str()) != 0) return;
+    fs::path directory = target.parent_path().empty() ? fs::path(".") : target.parent_path();
+    int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+
+void saveData(const std::string& data, const fs::path& path) {
+    replace(writeTemporary(data, path), path);
+}
+
+fs::path quarantinePath(const fs::path& path, Date now) {
+    std::string stamp = ISO8601::format(now);
+    std::replace(stamp.begin(), stamp.end(), ':', '-');
+    fs::path aside = path;
+    aside += ".unreadable-" + stamp;
+    return aside;
+}
+
+fs::path quarantine(const fs::path& path) {
+    fs::path aside = quarantinePath(path, Date::now());
+    std::error_code ec;
+    for (int n = 2; fs::exists(aside, ec); ++n) {
+        aside = quarantinePath(path, Date::now());
+        aside += "-" + std::to_string(n);
+    }
+    fs::rename(path, aside, ec);
+    return aside;
+}
+
+}  // namespace usagekit::Store

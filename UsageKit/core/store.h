@@ -1,0 +1,61 @@
+// Tally's state files: JSON in the support directory, replaced atomically.
+//
+// save() writes a hidden temporary next to the target, fsyncs it, renames it over the
+// target and fsyncs the directory: a crash at any instant leaves the old file or the new
+// one, never a torn one. loadState() moves a file that does not decode aside (to
+// "<name>.unreadable-<UTC stamp>") instead of letting a later save overwrite it.
+#pragma once
+
+#include "core/date.h"
+#include "core/json_coding.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace usagekit::Store {
+
+namespace fs = std::filesystem;
+
+// The file's bytes, or absent when it cannot be read.
+std::optional<std::string> readFile(const fs::path& path);
+
+// Replaces `path` with `data` as described above. Throws std::system_error when the
+// directory cannot be created or the temporary cannot be written; a failed final rename
+// is not reported (the temporary is left behind).
+void saveData(const std::string& data, const fs::path& path);
+
+// The two halves of saveData, apart so that tests can stop between them.
+fs::path writeTemporary(const std::string& data, const fs::path& target);
+void replace(const fs::path& temporary, const fs::path& target);
+
+// Where an unreadable file goes at `now`: "<name>.unreadable-2026-11-15T18-20-00Z".
+fs::path quarantinePath(const fs::path& path, Date now);
+// Moves the file there (with "-2", "-3", ... added should that name be taken, so one
+// quarantined file never replaces another) and returns where it went.
+fs::path quarantine(const fs::path& path);
+
+template <class T>
+std::optional<T> load(const fs::path& path) {
+    auto data = readFile(path);
+    if (!data) return std::nullopt;
+    auto document = JSONDocument::parse(*data);
+    if (!document) return std::nullopt;
+    return JSONCoding<T>::decode(document->root());
+}
+
+template <class T>
+void save(const T& value, const fs::path& path) {
+    saveData(jsonData(value, true), path);
+}
+
+template <class T>
+std::pair<std::optional<T>, std::optional<fs::path>> loadState(const fs::path& path) {
+    std::error_code ec;
+    if (!fs::exists(path, ec)) return {std::nullopt, std::nullopt};
+    if (auto value = load<T>(path)) return {std::move(value), std::nullopt};
+    return {std::nullopt, quarantine(path)};
+}
+
+}  // namespace usagekit::Store

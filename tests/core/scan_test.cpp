@@ -1,0 +1,177 @@
+#include "core/scan.h"
+#include "core/scan_cache.h"
+
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace usagekit {
+namespace fs = std::filesystem;
+namespace {
+
+UsageRecord at(const std::string& iso, int64_t input = 10) {
+    UsageRecord r;
+    r.id = "x";
+    r.date = *ISO8601::parse(iso);
+    r.provider = Provider::claudeCode;
+    r.model = "claude-sonnet-4-6";
+    r.project = "/w/app";
+    r.session = "s1";
+    r.kind = "session";
+    r.calls = 1;
+    r.input = input;
+    r.output = 1;
+    return r;
+}
+
+TEST(Fold, KeyHoldsTheDayStartAsADoubleText) {
+    testing::ScopedTimeZone utc("UTC0");
+    EXPECT_EQ(Scan::foldKey(at("2025-03-01T10:00:00Z")),
+              "claude-code|claude-sonnet-4-6|1740787200.0|/w/app|s1");
+    UsageRecord bare = at("2025-03-01T10:00:00Z");
+    bare.project.reset();
+    bare.session.reset();
+    EXPECT_EQ(Scan::foldKey(bare), "claude-code|claude-sonnet-4-6|1740787200.0||");
+}
+
+TEST(Fold, SameDayRecordsBecomeOneDatedAtTheLatest) {
+    testing::ScopedTimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+    auto folded = Scan::fold({at("2026-06-01T15:00:00Z", 5), at("2026-06-01T07:00:00Z", 7)});
+    ASSERT_EQ(folded.size(), 1u);
+    EXPECT_EQ(folded[0].input, 12);
+    EXPECT_EQ(folded[0].calls, 2);
+    EXPECT_EQ(ISO8601::format(folded[0].date), "2026-06-01T15:00:00Z");
+    EXPECT_TRUE(folded[0].id.ends_with("|s1"));
+}
+
+TEST(Fold, LocalMidnightSplitsDaysInTheUsersZone) {
+    // 22:59Z and 23:01Z on the same UTC day straddle midnight in Berlin (UTC+1).
+    testing::ScopedTimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
+    auto folded = Scan::fold({at("2026-01-10T22:59:00Z"), at("2026-01-10T23:01:00Z")});
+    EXPECT_EQ(folded.size(), 2u);
+    // ...while 23:01Z and 23:30Z share the local day of 11 January.
+    EXPECT_EQ(Scan::fold({at("2026-01-10T23:01:00Z"), at("2026-01-10T23:30:00Z")}).size(), 1u);
+}
+
+TEST(Fold, ReportedCostsSumAndStayAbsentWhenNoneIsReported) {
+    UsageRecord a = at("2026-01-10T10:00:00Z"), b = at("2026-01-10T11:00:00Z");
+    a.reportedCostUSD = 0.10;
+    EXPECT_EQ(Scan::fold({a, b})[0].reportedCostUSD, 0.10);
+    EXPECT_EQ(Scan::fold({b, a})[0].reportedCostUSD, 0.10);
+    EXPECT_FALSE(Scan::fold({b, b})[0].reportedCostUSD);
+}
+
+TEST(Fold, AnOverflowingRecordIsDroppedNotWrapped) {
+    UsageRecord big = at("2026-01-10T10:00:00Z", INT64_MAX - 5);
+    auto folded = Scan::fold({big, at("2026-01-10T11:00:00Z", 100)});
+    ASSERT_EQ(folded.size(), 1u);
+    EXPECT_EQ(folded[0].input, INT64_MAX - 5);
+    EXPECT_EQ(folded[0].calls, 1);
+}
+
+TEST(Finish, DropsRecordsWithoutTokensBeforeFolding) {
+    UsageRecord empty = at("2026-01-10T10:00:00Z", 0);
+    empty.output = 0;
+    empty.reasoning = 50;
+    EXPECT_TRUE(Scan::finish({empty}).empty());
+}
+
+TEST(ScanDate, ReadsBothFormsOnly) {
+    EXPECT_TRUE(Scan::date("2026-03-01T12:34:56.789Z"));
+    EXPECT_TRUE(Scan::date("2026-03-01T12:34:56Z"));
+    EXPECT_FALSE(Scan::date("2026-03-01 12:34:56"));
+}
+
+class ScanFiles : public testing::TempHome {};
+
+TEST_F(ScanFiles, FindsBySuffixAndSkipsHiddenEntries) {
+    write("p/a.jsonl", "");
+    write("p/deep/er/b.jsonl", "");
+    write("p/notes.jsonl.bak", "");
+    write("p/.hidden.jsonl", "");
+    write("p/.git/c.jsonl", "");
+    auto found = Scan::files(home / "p", ".jsonl");
+    std::vector<std::string> names;
+    for (auto& f : found) names.push_back(f.filename().string());
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::string>{"a.jsonl", "b.jsonl"}));
+    EXPECT_TRUE(Scan::files(home / "missing", ".jsonl").empty());
+}
+
+class ScanCacheTest : public testing::TempHome {
+protected:
+    int parses = 0;
+    ScanCache::Parse counting() {
+        return [this](const fs::path&) {
+            ++parses;
+            return std::vector<UsageRecord>{at("2026-01-10T10:00:00Z")};
+        };
+    }
+};
+
+TEST_F(ScanCacheTest, HalfASecondOfClockDriftIsTheEdge) {
+    fs::path log = write("log.jsonl", "line\n");
+    testing::setModified(log, 1'700'000'000.0);
+    ScanCache cache;
+    cache.records(log, counting());
+    EXPECT_EQ(parses, 1);
+    testing::setModified(log, 1'700'000'000.4);
+    cache.records(log, counting());
+    EXPECT_EQ(parses, 1);
+    testing::setModified(log, 1'700'000'000.5);
+    cache.records(log, counting());
+    EXPECT_EQ(parses, 2);
+}
+
+TEST_F(ScanCacheTest, ABytesGrowthIsAMissEvenAtTheSameTime) {
+    fs::path log = write("log.jsonl", "line\n");
+    testing::setModified(log, 1'700'000'000.0);
+    ScanCache cache;
+    cache.records(log, counting());
+    testing::writeText(log, "line\nx");
+    testing::setModified(log, 1'700'000'000.0);
+    cache.records(log, counting());
+    EXPECT_EQ(parses, 2);
+}
+
+TEST_F(ScanCacheTest, TextFormPassesTheFileStemAsSession) {
+    fs::path log = write("rollout-2026-a.jsonl", "hello");
+    ScanCache cache;
+    std::string seenText, seenSession;
+    cache.recordsOfText(log, [&](std::string_view text, const std::string& session) {
+        seenText = text;
+        seenSession = session;
+        return std::vector<UsageRecord>{};
+    });
+    EXPECT_EQ(seenText, "hello");
+    EXPECT_EQ(seenSession, "rollout-2026-a");
+}
+
+TEST_F(ScanCacheTest, SavedCacheLoadsBackAndOtherVersionsAreDiscarded) {
+    fs::path log = write("log.jsonl", "line\n");
+    ScanCache cache;
+    cache.records(log, counting());
+    cache.records(write("gone.jsonl", "x"), counting());
+    cache.prune({log.string()});
+    cache.save();
+    ScanCache loaded = ScanCache::load();
+    ASSERT_EQ(loaded.files.size(), 1u);
+    EXPECT_EQ(loaded.files.begin()->first, log.string());
+    EXPECT_EQ(loaded.files.begin()->second.records.size(), 1u);
+    EXPECT_EQ(loaded.version, 4);
+    // Served from the loaded cache without parsing.
+    loaded.records(log, counting());
+    EXPECT_EQ(parses, 2);
+
+    std::string text = testing::readText(ScanCache::file());
+    text.replace(text.find("\"version\" : 4"), 13, "\"version\" : 3");
+    testing::writeText(ScanCache::file(), text);
+    EXPECT_TRUE(ScanCache::load().files.empty());
+    testing::writeText(ScanCache::file(), "garbage");
+    EXPECT_TRUE(ScanCache::load().files.empty());
+}
+
+}  // namespace
+}  // namespace usagekit
