@@ -49,7 +49,9 @@ void civilFromDays(int64_t z, int64_t& y, unsigned& m, unsigned& d) {
     y += m <= 2;
 }
 
-bool isLeap(int64_t y) { return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0; }
+bool isLeap(int64_t y) {
+    return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+}
 
 unsigned daysInMonth(int64_t y, unsigned m) {
     static constexpr unsigned kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
@@ -113,8 +115,8 @@ std::optional<Date> ISO8601::parse(std::string_view s) {
     if (at != s.size()) return std::nullopt;
 
     int64_t days = daysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day));
-    double seconds = static_cast<double>(days * 86400 + hour * 3600 + minute * 60 + second -
-                                         offsetSeconds);
+    double seconds =
+        static_cast<double>(days * 86400 + hour * 3600 + minute * 60 + second - offsetSeconds);
     return Date{seconds + fraction};
 }
 
@@ -128,8 +130,8 @@ std::string ISO8601::format(Date date) {
     unsigned m, d;
     civilFromDays(days, y, m, d);
     char buf[40];
-    std::snprintf(buf, sizeof buf, "%04lld-%02u-%02uT%02d:%02d:%02dZ", static_cast<long long>(y),
-                  m, d, static_cast<int>(rest / 3600), static_cast<int>(rest / 60 % 60),
+    std::snprintf(buf, sizeof buf, "%04lld-%02u-%02uT%02d:%02d:%02dZ", static_cast<long long>(y), m,
+                  d, static_cast<int>(rest / 3600), static_cast<int>(rest / 60 % 60),
                   static_cast<int>(rest % 60));
     return buf;
 }

@@ -29,14 +29,20 @@ simdjson::dom::object objectOf(simdjson::dom::element element) {
 std::optional<JSON::Kind> JSON::kind() const {
     if (!m_present) return std::nullopt;
     switch (m_element.type()) {
-        case element_type::BOOL: return Kind::Bool;
+        case element_type::BOOL:
+            return Kind::Bool;
         case element_type::INT64:
         case element_type::UINT64:
-        case element_type::DOUBLE: return Kind::Number;
-        case element_type::STRING: return Kind::String;
-        case element_type::ARRAY: return Kind::Array;
-        case element_type::OBJECT: return Kind::Object;
-        case element_type::NULL_VALUE: return Kind::Null;
+        case element_type::DOUBLE:
+            return Kind::Number;
+        case element_type::STRING:
+            return Kind::String;
+        case element_type::ARRAY:
+            return Kind::Array;
+        case element_type::OBJECT:
+            return Kind::Object;
+        case element_type::NULL_VALUE:
+            return Kind::Null;
     }
     return std::nullopt;
 }
@@ -81,9 +87,12 @@ std::optional<double> JSON::number() const {
             if (m_element.get_double().get(value)) return std::nullopt;
             return value;
         }
-        case element_type::BOOL: return bool(m_element.get_bool().value_unsafe()) ? 1.0 : 0.0;
-        case element_type::STRING: return decimalNumber(m_element.get_string().value_unsafe());
-        default: return std::nullopt;
+        case element_type::BOOL:
+            return bool(m_element.get_bool().value_unsafe()) ? 1.0 : 0.0;
+        case element_type::STRING:
+            return decimalNumber(m_element.get_string().value_unsafe());
+        default:
+            return std::nullopt;
     }
 }
 
@@ -99,9 +108,15 @@ bool JSON::boolean() const {
     return value && *value != 0;
 }
 
-bool JSON::isNull() const { return m_present && m_element.type() == element_type::NULL_VALUE; }
-bool JSON::isObject() const { return m_present && m_element.type() == element_type::OBJECT; }
-bool JSON::isArray() const { return m_present && m_element.type() == element_type::ARRAY; }
+bool JSON::isNull() const {
+    return m_present && m_element.type() == element_type::NULL_VALUE;
+}
+bool JSON::isObject() const {
+    return m_present && m_element.type() == element_type::OBJECT;
+}
+bool JSON::isArray() const {
+    return m_present && m_element.type() == element_type::ARRAY;
+}
 
 JSON JSON::operator[](std::string_view key) const {
     if (!isObject()) return JSON();
@@ -156,12 +171,22 @@ void JSON::write(JsonWriter& writer) const {
         return;
     }
     switch (m_element.type()) {
-        case element_type::BOOL: writer.value(bool(m_element.get_bool().value_unsafe())); break;
-        case element_type::INT64: writer.value(m_element.get_int64().value_unsafe()); break;
+        case element_type::BOOL:
+            writer.value(bool(m_element.get_bool().value_unsafe()));
+            break;
+        case element_type::INT64:
+            writer.value(m_element.get_int64().value_unsafe());
+            break;
         case element_type::UINT64:
-        case element_type::DOUBLE: writer.value(m_element.get_double().value_unsafe()); break;
-        case element_type::STRING: writer.value(m_element.get_string().value_unsafe()); break;
-        case element_type::NULL_VALUE: writer.null(); break;
+        case element_type::DOUBLE:
+            writer.value(m_element.get_double().value_unsafe());
+            break;
+        case element_type::STRING:
+            writer.value(m_element.get_string().value_unsafe());
+            break;
+        case element_type::NULL_VALUE:
+            writer.null();
+            break;
         case element_type::ARRAY:
             writer.beginArray();
             for (simdjson::dom::element child : arrayOf(m_element))
@@ -221,11 +246,21 @@ void writeJSONString(std::string& out, std::string_view text) {
             out.push_back(static_cast<char>(c));
         } else if (c < 0x20) {
             switch (c) {
-                case '\n': out += "\\n"; break;
-                case '\r': out += "\\r"; break;
-                case '\t': out += "\\t"; break;
-                case '\b': out += "\\b"; break;
-                case '\f': out += "\\f"; break;
+                case '\n':
+                    out += "\\n";
+                    break;
+                case '\r':
+                    out += "\\r";
+                    break;
+                case '\t':
+                    out += "\\t";
+                    break;
+                case '\b':
+                    out += "\\b";
+                    break;
+                case '\f':
+                    out += "\\f";
+                    break;
                 default:
                     out += "\\u00";
                     out.push_back(kHex[c >> 4]);

@@ -24,7 +24,7 @@ namespace usagekit {
 class JsonWriter;
 
 class JSON {
-public:
+  public:
     enum class Kind { Bool, Number, String, Array, Object, Null };
 
     JSON() = default;  // absent: every accessor gives its "absent" answer
@@ -48,7 +48,7 @@ public:
 
     JSON operator[](std::string_view key) const;
     JSON operator[](size_t index) const;
-    std::vector<JSON> array() const;  // empty unless an array
+    std::vector<JSON> array() const;                                 // empty unless an array
     std::vector<std::pair<std::string_view, JSON>> members() const;  // empty unless an object
 
     // Depth-first: an object's own member first, then each member value in turn; arrays
@@ -58,7 +58,7 @@ public:
     // Writes the value back as JSON (compact or pretty, as the writer is set).
     void write(JsonWriter& writer) const;
 
-private:
+  private:
     simdjson::dom::element m_element;
     bool m_present = false;
 };
@@ -69,23 +69,23 @@ std::optional<double> decimalNumber(std::string_view text);
 // A reusable parser: one per thread, reused line after line. The JSON it returns is valid
 // until the next parse.
 class JSONParser {
-public:
+  public:
     std::optional<JSON> parse(std::string_view text);
     // For text that is followed by at least simdjson::SIMDJSON_PADDING readable bytes:
     // parsed in place, without a copy.
     std::optional<JSON> parsePadded(std::string_view text);
 
-private:
+  private:
     simdjson::dom::parser m_parser;
 };
 
 // A parsed document that owns its memory; movable, so it can be returned and kept.
 class JSONDocument {
-public:
+  public:
     static std::optional<JSONDocument> parse(std::string_view text);
     JSON root() const { return m_root; }
 
-private:
+  private:
     std::unique_ptr<JSONParser> m_parser;
     JSON m_root;
 };
@@ -94,7 +94,7 @@ private:
 // value; callers write object keys in ascending byte order (our encoders do), which is
 // what makes state files diff cleanly. Slashes are never escaped.
 class JsonWriter {
-public:
+  public:
     explicit JsonWriter(bool pretty) : m_pretty(pretty) {}
 
     void beginObject();
@@ -115,7 +115,7 @@ public:
     const std::string& text() const { return m_out; }
     std::string take() { return std::move(m_out); }
 
-private:
+  private:
     void beforeValue();
     void newline();
 

@@ -51,6 +51,8 @@ std::optional<std::optional<double>> Decode::optionalNumber(const JSON& json) {
     return std::optional<double>(*value);
 }
 
-void Encode::date(JsonWriter& writer, Date date) { writer.value(ISO8601::format(date)); }
+void Encode::date(JsonWriter& writer, Date date) {
+    writer.value(ISO8601::format(date));
+}
 
 }  // namespace usagekit

@@ -24,7 +24,8 @@ template <class T>
 struct JSONCoding<std::vector<T>> {
     static void encode(JsonWriter& writer, const std::vector<T>& values) {
         writer.beginArray();
-        for (const T& value : values) JSONCoding<T>::encode(writer, value);
+        for (const T& value : values)
+            JSONCoding<T>::encode(writer, value);
         writer.endArray();
     }
     static std::optional<std::vector<T>> decode(const JSON& json) {

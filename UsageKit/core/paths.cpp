@@ -69,15 +69,29 @@ void setSupport(const fs::path& directory) {
     createPrivateDirectory(directory);
 }
 
-fs::path state(const std::string& name) { return support() / name; }
+fs::path state(const std::string& name) {
+    return support() / name;
+}
 
-bool isScratchState() { return !environment("TALLY_SUPPORT_DIR").empty(); }
+bool isScratchState() {
+    return !environment("TALLY_SUPPORT_DIR").empty();
+}
 
-fs::path claudeProjects() { return home() / ".claude/projects"; }
-fs::path claudeCredentials() { return home() / ".claude/.credentials.json"; }
-fs::path codexSessions() { return home() / ".codex/sessions"; }
-fs::path codexArchived() { return home() / ".codex/archived_sessions"; }
-fs::path grokSessions() { return home() / ".grok/sessions"; }
+fs::path claudeProjects() {
+    return home() / ".claude/projects";
+}
+fs::path claudeCredentials() {
+    return home() / ".claude/.credentials.json";
+}
+fs::path codexSessions() {
+    return home() / ".codex/sessions";
+}
+fs::path codexArchived() {
+    return home() / ".codex/archived_sessions";
+}
+fs::path grokSessions() {
+    return home() / ".grok/sessions";
+}
 
 std::vector<fs::path> geminiHomes() {
     std::vector<fs::path> homes{home() / ".gemini"};
@@ -86,12 +100,16 @@ std::vector<fs::path> geminiHomes() {
     return homes;
 }
 
-fs::path openCodeDatabase() { return home() / ".local/share/opencode/opencode.db"; }
+fs::path openCodeDatabase() {
+    return home() / ".local/share/opencode/opencode.db";
+}
 
 std::vector<fs::path> copilotRoots() {
     return {home() / ".copilot", configHome() / "github-copilot"};
 }
 
-fs::path cursorDatabase() { return configHome() / "Cursor/User/globalStorage/state.vscdb"; }
+fs::path cursorDatabase() {
+    return configHome() / "Cursor/User/globalStorage/state.vscdb";
+}
 
 }  // namespace usagekit::TallyPaths

@@ -9,7 +9,9 @@
 namespace usagekit {
 
 Rate::Rate(double in, double out, std::optional<double> read, std::optional<double> write)
-    : input(in), output(out), cacheRead(read ? *read : in * 0.1),
+    : input(in),
+      output(out),
+      cacheRead(read ? *read : in * 0.1),
       cacheWrite(write ? *write : in * 1.25) {}
 
 void Rate::encode(JsonWriter& w) const {
@@ -70,13 +72,16 @@ const Pricing& Pricing::builtIn() {
     return table;
 }
 
-std::filesystem::path Pricing::file() { return TallyPaths::state("pricing.json"); }
+std::filesystem::path Pricing::file() {
+    return TallyPaths::state("pricing.json");
+}
 
 Pricing Pricing::load() {
     auto loaded = Store::load<Pricing>(file());
     if (!loaded) return builtIn();
     // The file wins row by row; built-in rows it lacks come back (newer models included).
-    for (const auto& [key, rate] : builtIn().rates) loaded->rates.emplace(key, rate);
+    for (const auto& [key, rate] : builtIn().rates)
+        loaded->rates.emplace(key, rate);
     return *loaded;
 }
 
@@ -98,7 +103,8 @@ void removeAll(std::string& text, std::string_view what) {
 
 std::optional<Rate> Pricing::rate(std::string_view model) const {
     std::string name(model);
-    for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : name)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     // The order matters: once "anthropic." is gone, "us.anthropic." can no longer match,
     // so Bedrock's regional names stay unpriced while "anthropic.<model>" is priced.
     removeAll(name, "anthropic.");
@@ -125,9 +131,10 @@ double Pricing::cost(const UsageRecord& record) const {
     // Codex's output count already includes its reasoning tokens.
     const int64_t reasoning = record.provider.id == "codex-cli" ? 0 : record.reasoning;
     int64_t billable;
-    double billableOutput = __builtin_add_overflow(record.output, reasoning, &billable)
-                                ? static_cast<double>(record.output) + static_cast<double>(reasoning)
-                                : static_cast<double>(billable);
+    double billableOutput =
+        __builtin_add_overflow(record.output, reasoning, &billable)
+            ? static_cast<double>(record.output) + static_cast<double>(reasoning)
+            : static_cast<double>(billable);
     return found->input * (static_cast<double>(record.input) / 1'000'000) +
            found->output * (billableOutput / 1'000'000) +
            found->cacheRead * (static_cast<double>(record.cacheRead) / 1'000'000) +
@@ -168,7 +175,8 @@ std::optional<Pricing> Pricing::decode(const JSON& json) {
 
 double cost(const std::vector<UsageRecord>& records, const Pricing& pricing) {
     double sum = 0.0;
-    for (const auto& record : records) sum += pricing.cost(record);
+    for (const auto& record : records)
+        sum += pricing.cost(record);
     return sum;
 }
 

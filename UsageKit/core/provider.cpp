@@ -15,19 +15,27 @@ struct CatalogueEntry {
 };
 
 constexpr CatalogueEntry kCatalogue[] = {
-    {"claude-code", "Claude Code"},   {"grok-cli", "Grok CLI"},
-    {"codex-cli", "OpenAI Codex CLI"}, {"gemini-cli", "Gemini CLI"},
-    {"cursor-agent", "Cursor"},        {"cursor-on-demand", "Cursor on-demand"},
-    {"opencode", "OpenCode"},          {"github-copilot", "GitHub Copilot"},
-    {"devin-cli", "Devin"},            {"antigravity", "Antigravity"},
-    {"anthropic-api", "Anthropic API"}, {"openai-api", "OpenAI API"},
-    {"xai-api", "xAI API"},            {"openrouter", "OpenRouter"},
-    {"deepseek", "DeepSeek"},          {"gumloop", "Gumloop"},
+    {"claude-code", "Claude Code"},
+    {"grok-cli", "Grok CLI"},
+    {"codex-cli", "OpenAI Codex CLI"},
+    {"gemini-cli", "Gemini CLI"},
+    {"cursor-agent", "Cursor"},
+    {"cursor-on-demand", "Cursor on-demand"},
+    {"opencode", "OpenCode"},
+    {"github-copilot", "GitHub Copilot"},
+    {"devin-cli", "Devin"},
+    {"antigravity", "Antigravity"},
+    {"anthropic-api", "Anthropic API"},
+    {"openai-api", "OpenAI API"},
+    {"xai-api", "xAI API"},
+    {"openrouter", "OpenRouter"},
+    {"deepseek", "DeepSeek"},
+    {"gumloop", "Gumloop"},
 };
 
 // Seats: paid by subscription, so their cost is an API-equivalent value, not money billed.
-constexpr std::string_view kSeatProviders[] = {"claude-code",  "grok-cli",  "codex-cli",
-                                               "cursor-agent", "devin-cli", "antigravity",
+constexpr std::string_view kSeatProviders[] = {"claude-code",  "grok-cli",      "codex-cli",
+                                               "cursor-agent", "devin-cli",     "antigravity",
                                                "gemini-cli",   "github-copilot"};
 
 }  // namespace
@@ -44,10 +52,12 @@ std::string Provider::shortName() const {
     size_t end = 0;
     for (int chars = 0; chars < 2 && end < text.size(); ++chars) {
         ++end;
-        while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) ++end;
+        while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
+            ++end;
     }
     text.resize(end);
-    for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : text)
+        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return text;
 }
 
@@ -59,7 +69,8 @@ bool Provider::isMetered() const {
 const std::vector<Provider>& Provider::all() {
     static const std::vector<Provider> providers = [] {
         std::vector<Provider> list;
-        for (const auto& entry : kCatalogue) list.emplace_back(std::string(entry.id));
+        for (const auto& entry : kCatalogue)
+            list.emplace_back(std::string(entry.id));
         return list;
     }();
     return providers;

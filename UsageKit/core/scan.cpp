@@ -26,7 +26,9 @@ std::vector<fs::path> files(const fs::path& under, std::string_view named) {
     return found;
 }
 
-std::optional<Date> date(std::string_view text) { return ISO8601::parse(text); }
+std::optional<Date> date(std::string_view text) {
+    return ISO8601::parse(text);
+}
 
 std::string foldKey(const UsageRecord& r) {
     std::string key;

@@ -10,7 +10,9 @@
 
 namespace usagekit {
 
-std::filesystem::path ScanCache::file() { return TallyPaths::state("usage-scan.json"); }
+std::filesystem::path ScanCache::file() {
+    return TallyPaths::state("usage-scan.json");
+}
 
 ScanCache ScanCache::load() {
     auto loaded = Store::load<ScanCache>(file());
@@ -28,9 +30,9 @@ void ScanCache::save() const {
 ScanCache::Stamp ScanCache::stamp(const std::filesystem::path& path) {
     struct stat info {};
     if (::stat(path.c_str(), &info) != 0) return {};
-    return {static_cast<int64_t>(info.st_size),
-            static_cast<double>(info.st_mtim.tv_sec) +
-                static_cast<double>(info.st_mtim.tv_nsec) / 1e9};
+    return {
+        static_cast<int64_t>(info.st_size),
+        static_cast<double>(info.st_mtim.tv_sec) + static_cast<double>(info.st_mtim.tv_nsec) / 1e9};
 }
 
 const ScanCache::Entry* ScanCache::hit(const std::string& path, const Stamp& current) const {
@@ -49,8 +51,7 @@ void ScanCache::store(const std::string& path, const Stamp& current,
     files[path] = Entry{current.size, current.modified, std::move(records)};
 }
 
-std::vector<UsageRecord> ScanCache::records(const std::filesystem::path& path,
-                                            const Parse& parse) {
+std::vector<UsageRecord> ScanCache::records(const std::filesystem::path& path, const Parse& parse) {
     const Stamp current = stamp(path);
     if (const Entry* entry = hit(path.string(), current)) return entry->records;
     std::vector<UsageRecord> parsed = parse(path);

@@ -11,13 +11,16 @@ std::map<std::string, double> TallySettings::defaultSeats() {
             {"gemini-cli", 0},    {"cursor-agent", 20}, {"github-copilot", 10}};
 }
 
-std::filesystem::path TallySettings::file() { return TallyPaths::state("settings.json"); }
+std::filesystem::path TallySettings::file() {
+    return TallyPaths::state("settings.json");
+}
 
 TallySettings TallySettings::load() {
     auto loaded = Store::load<TallySettings>(file());
     if (!loaded) return TallySettings();
     // A user's own price, 0 included, always wins; seats added in newer versions appear.
-    for (const auto& [provider, price] : defaultSeats()) loaded->seatPrices.emplace(provider, price);
+    for (const auto& [provider, price] : defaultSeats())
+        loaded->seatPrices.emplace(provider, price);
     return *loaded;
 }
 

@@ -51,8 +51,8 @@ std::optional<std::string> readFile(const fs::path& path) {
 
 fs::path writeTemporary(const std::string& data, const fs::path& target) {
     createDirectories(target.parent_path());
-    fs::path temporary =
-        target.parent_path() / ("." + target.filename().string() + ".tmp-" + randomUUID().substr(0, 8));
+    fs::path temporary = target.parent_path() /
+                         ("." + target.filename().string() + ".tmp-" + randomUUID().substr(0, 8));
     int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0) fail("cannot create " + temporary.string());
     size_t written = 0;

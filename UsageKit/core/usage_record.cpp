@@ -9,12 +9,15 @@ int64_t UsageRecord::total() const {
     return checkedAdd(checkedAdd(checkedAdd(input, output), cacheRead), cacheWrite);
 }
 
-int64_t UsageRecord::read() const { return checkedAdd(checkedAdd(input, cacheRead), cacheWrite); }
+int64_t UsageRecord::read() const {
+    return checkedAdd(checkedAdd(input, cacheRead), cacheWrite);
+}
 
 std::string UsageRecord::projectName() const {
     if (!project || project->empty()) return "\u2014";
     std::string_view path = *project;
-    while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+    while (path.size() > 1 && path.back() == '/')
+        path.remove_suffix(1);
     if (path == "/") return "/";
     size_t slash = path.rfind('/');
     return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
@@ -77,8 +80,8 @@ std::optional<UsageRecord> UsageRecord::decode(const JSON& json) {
         const char* key;
         int64_t* field;
     };
-    const Count counts[] = {{"calls", &r.calls},         {"input", &r.input},
-                            {"output", &r.output},       {"cacheRead", &r.cacheRead},
+    const Count counts[] = {{"calls", &r.calls},           {"input", &r.input},
+                            {"output", &r.output},         {"cacheRead", &r.cacheRead},
                             {"cacheWrite", &r.cacheWrite}, {"reasoning", &r.reasoning}};
     for (const Count& count : counts) {
         auto value = Decode::integer(json[count.key]);

@@ -8,7 +8,7 @@ namespace usagekit {
 std::string randomUUID() {
     thread_local std::mt19937_64 engine{std::random_device{}()};
     uint64_t high = engine(), low = engine();
-    high = (high & ~0xF000ull) | 0x4000ull;              // version 4
+    high = (high & ~0xF000ull) | 0x4000ull;                // version 4
     low = (low & ~(0xC000ull << 48)) | (0x8000ull << 48);  // RFC 4122 variant
     static constexpr char kHex[] = "0123456789ABCDEF";
     std::string text;

@@ -52,7 +52,7 @@ TEST(Calendar, DaysAndMonthsStartInTheLocalZone) {
 TEST(Calendar, AddingDaysKeepsTheWallClockAcrossDaylightSaving) {
     testing::ScopedTimeZone zone("EST5EDT,M3.2.0,M11.1.0");
     Date before = *ISO8601::parse("2026-03-07T20:00:00.25Z");  // 15:00 EST
-    Date after = Calendar::addingDays(before, 1);               // 15:00 EDT
+    Date after = Calendar::addingDays(before, 1);              // 15:00 EDT
     EXPECT_DOUBLE_EQ(after.secondsSince1970 - before.secondsSince1970, 23 * 3600);
     EXPECT_DOUBLE_EQ(Calendar::addingDays(after, -1).secondsSince1970, before.secondsSince1970);
 }

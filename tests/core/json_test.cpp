@@ -15,7 +15,8 @@ JSON parsed(JSONParser& parser, std::string_view text) {
 
 TEST(JSON, NumericStringsCountAsNumbersButLeadingBlanksDoNot) {
     JSONParser parser;
-    JSON j = parsed(parser, R"({"a":"12.5","b":" 12","c":"","d":"1e3","e":"12 ","f":true,"g":"+4"})");
+    JSON j =
+        parsed(parser, R"({"a":"12.5","b":" 12","c":"","d":"1e3","e":"12 ","f":true,"g":"+4"})");
     EXPECT_EQ(j["a"].number(), 12.5);
     EXPECT_EQ(j["a"].integer(), 12);
     EXPECT_FALSE(j["b"].number());
@@ -31,7 +32,8 @@ TEST(JSON, NumericStringsCountAsNumbersButLeadingBlanksDoNot) {
 
 TEST(JSON, IntegerTruncatesTowardZeroAndRejectsWhatDoesNotFit) {
     JSONParser parser;
-    JSON j = parsed(parser, R"({"neg":-7.9,"pos":7.9,"huge":1e300,"big":"1e19","edge":9223372036854775807})");
+    JSON j = parsed(
+        parser, R"({"neg":-7.9,"pos":7.9,"huge":1e300,"big":"1e19","edge":9223372036854775807})");
     EXPECT_EQ(j["neg"].integer(), -7);
     EXPECT_EQ(j["pos"].integer(), 7);
     EXPECT_THROW(j["huge"].integer(), OutOfRange);
@@ -42,7 +44,9 @@ TEST(JSON, IntegerTruncatesTowardZeroAndRejectsWhatDoesNotFit) {
 
 TEST(JSON, BooleanAcceptsNonZeroNumbersOnly) {
     JSONParser parser;
-    JSON j = parsed(parser, R"({"t":true,"one":1,"zero":0,"s0":"0","s2":"2","abc":"abc","yes":"true","n":null})");
+    JSON j = parsed(
+        parser,
+        R"({"t":true,"one":1,"zero":0,"s0":"0","s2":"2","abc":"abc","yes":"true","n":null})");
     EXPECT_TRUE(j["t"].boolean());
     EXPECT_TRUE(j["one"].boolean());
     EXPECT_FALSE(j["zero"].boolean());

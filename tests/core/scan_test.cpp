@@ -94,14 +94,15 @@ TEST_F(ScanFiles, FindsBySuffixAndSkipsHiddenEntries) {
     write("p/.git/c.jsonl", "");
     auto found = Scan::files(home / "p", ".jsonl");
     std::vector<std::string> names;
-    for (auto& f : found) names.push_back(f.filename().string());
+    for (auto& f : found)
+        names.push_back(f.filename().string());
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names, (std::vector<std::string>{"a.jsonl", "b.jsonl"}));
     EXPECT_TRUE(Scan::files(home / "missing", ".jsonl").empty());
 }
 
 class ScanCacheTest : public testing::TempHome {
-protected:
+  protected:
     int parses = 0;
     ScanCache::Parse counting() {
         return [this](const fs::path&) {

@@ -1,6 +1,6 @@
+#include "core/store.h"
 #include "core/paths.h"
 #include "core/settings.h"
-#include "core/store.h"
 
 #include "support/temp_home.h"
 
@@ -29,7 +29,8 @@ TEST_F(StoreTest, SaveWritesPrettyJSONPrivatelyAndLoadReadsItBack) {
     EXPECT_NE(readText(file).find("\"usageWindow\" : 7"), std::string::npos);
     // No temporary is left behind.
     int entries = 0;
-    for (auto& e : fs::directory_iterator(file.parent_path())) entries += e.exists();
+    for (auto& e : fs::directory_iterator(file.parent_path()))
+        entries += e.exists();
     EXPECT_EQ(entries, 1);
 }
 
@@ -95,8 +96,9 @@ TEST_F(StoreTest, SettingsWithAMissingKeyFallBackToDefaults) {
 }
 
 TEST_F(StoreTest, OldSettingsGainNewDefaultSeatsButKeepTheUsersPrices) {
-    writeText(TallySettings::file(),
-              R"({"usageWindow":14,"notifyBudgets":false,"seatPrices":{"claude-code":100,"codex-cli":0}})");
+    writeText(
+        TallySettings::file(),
+        R"({"usageWindow":14,"notifyBudgets":false,"seatPrices":{"claude-code":100,"codex-cli":0}})");
     TallySettings loaded = TallySettings::load();
     EXPECT_EQ(loaded.usageWindow, 14);
     EXPECT_FALSE(loaded.notifyBudgets);

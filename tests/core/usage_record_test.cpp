@@ -1,6 +1,6 @@
+#include "core/usage_record.h"
 #include "core/json_coding.h"
 #include "core/provider.h"
-#include "core/usage_record.h"
 
 #include <gtest/gtest.h>
 

@@ -99,6 +99,8 @@ void setModified(const fs::path& path, double seconds) {
     utimensat(AT_FDCWD, path.c_str(), times, 0);
 }
 
-fs::path fixture(const std::string& relative) { return fs::path(TALLY_TEST_DATA) / relative; }
+fs::path fixture(const std::string& relative) {
+    return fs::path(TALLY_TEST_DATA) / relative;
+}
 
 }  // namespace usagekit::testing

@@ -16,30 +16,30 @@ namespace fs = std::filesystem;
 
 // Sets an environment variable for the life of the object, then restores it.
 class ScopedEnv {
-public:
+  public:
     ScopedEnv(const char* name, const std::optional<std::string>& value);
     ~ScopedEnv();
     ScopedEnv(const ScopedEnv&) = delete;
     ScopedEnv& operator=(const ScopedEnv&) = delete;
 
-private:
+  private:
     std::string m_name;
     std::optional<std::string> m_saved;
 };
 
 // TZ for the life of the object; POSIX rule strings need no zone database.
 class ScopedTimeZone {
-public:
+  public:
     explicit ScopedTimeZone(const std::string& tz);
     ~ScopedTimeZone();
 
-private:
+  private:
     std::optional<ScopedEnv> m_env;
 };
 
 // A fresh directory with `home/` (HOME points there) and `support/` (the state directory).
 class TempHome : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override;
     void TearDown() override;
 
@@ -52,7 +52,7 @@ protected:
     // Copies a fixture from tests/data/relative to home/target.
     fs::path copyFixture(const std::string& relative, const fs::path& target);
 
-private:
+  private:
     std::optional<ScopedEnv> m_home, m_support, m_xdgConfig, m_xdgData, m_gemini;
 };
 

@@ -1,0 +1,18 @@
+// Streams a file's lines through a bounded buffer, so a log of gigabytes is read once,
+// without ever holding it whole. Lines are split at "\n"; empty lines are skipped; a last
+// line without a newline is still delivered.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string_view>
+
+namespace usagekit::Scan {
+
+// Calls `line(text)` for each non-empty line; the view is valid only during the call.
+// Returns false when the file cannot be opened (no line is delivered then); a read error
+// part-way ends the file early, as if it were cut off there.
+bool forEachLineInFile(const std::filesystem::path& path,
+                       const std::function<void(std::string_view)>& line);
+
+}  // namespace usagekit::Scan
