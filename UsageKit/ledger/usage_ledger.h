@@ -1,0 +1,76 @@
+// The ledger holds everything Tally knows at one moment: records from every source,
+// balances, the time of the last local scan, the problems met, and the pricing table.
+// It takes no locks: each operation runs on a private ledger, and results reach the
+// interface by copy(from:) into a fresh one.
+#pragma once
+
+#include "core/date.h"
+#include "core/pricing.h"
+#include "core/usage_record.h"
+#include "ledger/aggregations.h"
+#include "sources/usage_source.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace usagekit {
+
+class UsageLedger {
+  public:
+    std::vector<UsageRecord> records;  // newest first after every scan or refresh
+    std::optional<Date> lastScan;
+    std::vector<std::string> problems;  // one human-readable line each
+    Pricing pricing;
+
+    UsageLedger();  // loads the pricing table; reads nothing else
+    explicit UsageLedger(Pricing table) : pricing(std::move(table)) {}
+
+    // Reads every local tool: Claude Code, Grok CLI, Codex CLI, Gemini CLI, OpenCode,
+    // Copilot, then the app ledger. A failing source adds "<name>: <error>" and the scan
+    // goes on. The scan cache is loaded, pruned to live logs and saved.
+    void scanLocal();
+    // The same with the given sources and live log paths (tests inject failing sources).
+    void scanLocal(const std::vector<const UsageSource*>& sources,
+                   const std::function<std::unordered_set<std::string>()>& livePaths);
+
+    void copy(const UsageLedger& from);
+    // Records dated at or after `days` calendar days before `now`; all when days < 1.
+    std::vector<UsageRecord> since(int64_t days, Date now = Date::now()) const;
+
+    // --- aggregations, all priced with `pricing` ---
+    double cost(const UsageRecord& record) const { return pricing.cost(record); }
+    bool isUnpriced(const UsageRecord& record) const;
+    Totals totals(const std::vector<UsageRecord>& list) const;
+
+    using KeyFunction = std::function<std::string(const UsageRecord&)>;
+    using MeteredFunction = std::function<bool(const UsageRecord&)>;
+    // Slices by key, label and metered flag from the first record of each key, sorted by
+    // tokens, largest first (stable: ties keep the order in which keys first appeared).
+    std::vector<Slice> group(const std::vector<UsageRecord>& list, const KeyFunction& key,
+                             const KeyFunction& label, const MeteredFunction& metered) const;
+    std::vector<Slice> byProvider(const std::vector<UsageRecord>& list) const;
+    std::vector<Slice> byModel(const std::vector<UsageRecord>& list) const;
+    std::vector<Slice> byProject(const std::vector<UsageRecord>& list) const;
+    std::vector<Slice> byKind(const std::vector<UsageRecord>& list) const;
+    std::vector<Slice> bySession(const std::vector<UsageRecord>& list) const;
+
+    // What the prompt cache saved against paying the full input rate.
+    double cacheSavings(const std::vector<UsageRecord>& list) const;
+    // One point per provider and local day, sorted by day (then provider name), for the
+    // days from `from` through `through` (default: the first and last record's days).
+    std::vector<Point> daily(const std::vector<UsageRecord>& list,
+                             std::optional<Date> from = std::nullopt,
+                             std::optional<Date> through = std::nullopt) const;
+    // Exactly max(days, 1) points of the pseudo provider "all", oldest first, ending today.
+    std::vector<Point> dailyTotals(const std::vector<UsageRecord>& list, int64_t days,
+                                   Date now = Date::now()) const;
+};
+
+// Newest first; records with equal dates keep their order.
+void sortNewestFirst(std::vector<UsageRecord>& records);
+
+}  // namespace usagekit
