@@ -1,0 +1,52 @@
+// Codex CLI's session logs (~/.codex/sessions/**/rollout-*.jsonl, then
+// ~/.codex/archived_sessions) as usage records, folded per model, day, project and session.
+// A log is a stream of events: newer logs write one "token_usage_record" per turn, older
+// ones only running totals, which become per-turn differences here.
+// Never throws while parsing: a broken line, or one with a count beyond 64 bits, is
+// skipped; an unreadable file is empty.
+#pragma once
+
+#include "core/json.h"
+#include "sources/usage_source.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace usagekit {
+
+class CodexCLISource : public UsageSource {
+  public:
+    // The five counts of one usage object. Codex counts the cached part inside
+    // input_tokens.
+    struct Counts {
+        int64_t input = 0;
+        int64_t cachedInput = 0;
+        int64_t cacheWrite = 0;
+        int64_t output = 0;
+        int64_t reasoning = 0;
+
+        Counts() = default;
+        // All 0 when `json` is not an object; a missing or non-numeric count reads 0.
+        // Throws OutOfRange for a count beyond 64 bits.
+        explicit Counts(const JSON& json);
+        bool operator==(const Counts&) const = default;
+    };
+
+    Provider provider() const override { return Provider::codexCLI; }
+    std::vector<UsageRecord> scan(ScanCache& cache) const override;
+
+    // Files named "rollout-*" ending in ".jsonl": the live sessions, then the archived.
+    static std::vector<std::filesystem::path> files();
+
+    // One log's text; records without a session_meta carry `fallbackSession`.
+    static std::vector<UsageRecord> parse(std::string_view text,
+                                          const std::string& fallbackSession);
+    // The same, streamed from a file, with the file's name less its extension as the
+    // fallback session.
+    static std::vector<UsageRecord> parse(const std::filesystem::path& file);
+};
+
+}  // namespace usagekit

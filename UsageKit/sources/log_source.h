@@ -1,0 +1,55 @@
+// What the log-file sources share: remembering the request keys a file has already
+// counted, and gathering the records of a list of files through the scan cache.
+// Both are per-scan or per-file values with no shared state, so files can be parsed on
+// several threads at once.
+#pragma once
+
+#include "core/scan_cache.h"
+#include "core/usage_record.h"
+
+#include <filesystem>
+#include <functional>
+#include <iterator>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+namespace usagekit {
+
+// The keys seen so far in one file. Looking a key up allocates nothing, which matters
+// because most keys are repeats (a request writes one line per content block).
+class SeenKeys {
+  public:
+    // True the first time `key` is offered, false on every repeat.
+    bool insert(std::string_view key) {
+        if (m_keys.find(key) != m_keys.end()) return false;
+        m_keys.emplace(key);
+        return true;
+    }
+
+  private:
+    struct Hash {
+        using is_transparent = void;
+        size_t operator()(std::string_view text) const {
+            return std::hash<std::string_view>()(text);
+        }
+    };
+    std::unordered_set<std::string, Hash, std::equal_to<>> m_keys;
+};
+
+// The records of every file in order, each from the cache when the file is unchanged or
+// from `parse` when not. Throws only what the cache throws.
+inline std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
+                                               const std::vector<std::filesystem::path>& files,
+                                               const ScanCache::Parse& parse) {
+    std::vector<UsageRecord> all;
+    for (const auto& file : files) {
+        std::vector<UsageRecord> records = cache.records(file, parse);
+        all.insert(all.end(), std::make_move_iterator(records.begin()),
+                   std::make_move_iterator(records.end()));
+    }
+    return all;
+}
+
+}  // namespace usagekit
