@@ -1,5 +1,5 @@
 # Thin wrapper over CMake. `make test` and `make run` are the two commands of the README.
-.PHONY: deps test run demo build release format clean
+.PHONY: deps test run demo release format clean
 
 TEST_DIR    := build/test
 RELEASE_DIR := build/release
@@ -21,6 +21,16 @@ release: deps
 # Tally's main job on this machine's own logs.
 run: release
 	@$(RELEASE_DIR)/Tally/tally --scan
+
+# A small made-up home with logs of every local tool, so Tally can be seen at work on a
+# machine that has none. Your own state is not touched.
+demo: deps
+	@cmake -S . -B $(RELEASE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build $(RELEASE_DIR) -j $(JOBS) --target tally make_corpus
+	@$(RELEASE_DIR)/bench/make_corpus --out build/demo --megabytes 4 --files 40 --seed 7
+	@rm -rf build/demo/support
+	@HOME=$(CURDIR)/build/demo/home TALLY_SUPPORT_DIR=$(CURDIR)/build/demo/support \
+		$(RELEASE_DIR)/Tally/tally --scan
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
