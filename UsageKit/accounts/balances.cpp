@@ -1,0 +1,197 @@
+#include "accounts/balances.h"
+
+#include "accounts/endpoints.h"
+#include "accounts/http.h"
+#include "accounts/keychain.h"
+#include "core/checked.h"
+
+#include <cstdio>
+#include <ctime>
+
+namespace usagekit {
+
+namespace {
+
+constexpr double kRequestSeconds = 30;
+
+std::string money(double amount) {
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "$%.2f", amount);
+    return buffer;
+}
+
+HTTP::Headers bearer(const std::string& key) {
+    return {{"Authorization", "Bearer " + key}};
+}
+
+// xAI answers in cents. Any failure (a refused key, a wrong team, no network) leaves the
+// figure out rather than reporting a problem: the team id is easy to get wrong.
+std::optional<JSONDocument> quietly(const std::string& address, const std::string& key) {
+    auto url = HTTP::url(address, {});
+    if (!url) return std::nullopt;
+    try {
+        return HTTP::get(*url, bearer(key), kRequestSeconds);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+std::optional<UsageRecord> activityRecord(JSON row) {
+    if (!row.isObject()) return std::nullopt;
+    auto text = row["date"].string();
+    if (!text) return std::nullopt;
+    auto date = OpenRouterSource::day(*text);
+    if (!date) return std::nullopt;
+    UsageRecord r;
+    if (auto slug = row["model_permaslug"].string())
+        r.model = std::string(*slug);
+    else if (auto model = row["model"].string())
+        r.model = std::string(*model);
+    else
+        r.model = "openrouter";
+    r.id = "openrouter-" + std::string(*text) + "-" + r.model;
+    r.date = *date;
+    r.provider = Provider::openRouter;
+    r.kind = "api";
+    r.calls = row["requests"].integer();
+    r.input = row["prompt_tokens"].integer();
+    r.output = row["completion_tokens"].integer();
+    r.reasoning = row["reasoning_tokens"].integer();
+    r.reportedCostUSD = row["usage"].number();
+    // A row that only cost money (tokens not reported) still counts.
+    const bool paid = r.reportedCostUSD && *r.reportedCostUSD > 0;
+    if (checkedAdd(r.input, r.output) < 1 && !paid) return std::nullopt;
+    return r;
+}
+
+}  // namespace
+
+std::string ProviderBalance::figure() const {
+    if (currency == "USD") return money(amountUSD);
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%.2f ", amountUSD);
+    return buffer + currency;
+}
+
+std::vector<ProviderBalance> XAIBillingSource::fetch() {
+    auto key = Keychain::get(keyAccount);
+    auto team = Keychain::get(teamAccount);
+    if (!key || !team) return {};
+    // The team id goes into the path exactly as stored; one that makes no valid URL
+    // simply gives no figures.
+    const std::string base = Endpoints::xai() + "/v1/billing/teams/" + *team;
+    std::vector<ProviderBalance> out;
+    if (auto prepaid = quietly(base + "/prepaid/balance", *key)) {
+        JSON total = prepaid->root()["total"];
+        const double cents = total.isObject() ? total["val"].number().value_or(0) : 0;
+        out.push_back({Provider::xai, "Prepaid balance", cents / 100, "USD", "credits remaining"});
+    }
+    if (auto invoice = quietly(base + "/postpaid/invoice/preview", *key)) {
+        const double cents = invoice->root()["amountBeforeVat"].number().value_or(0);
+        out.push_back({Provider::xai, "This period", cents / 100, "USD", "before VAT"});
+    }
+    return out;
+}
+
+std::optional<ProviderBalance> OpenRouterSource::credits() {
+    auto key = Keychain::get(keyAccount);
+    if (!key) return std::nullopt;
+    auto url = HTTP::url(Endpoints::openRouter() + "/api/v1/credits", {});
+    if (!url) return std::nullopt;
+    JSONDocument answer = HTTP::get(*url, bearer(*key), kRequestSeconds);
+    return creditsBalance(answer.root());
+}
+
+std::optional<ProviderBalance> OpenRouterSource::creditsBalance(JSON answer) {
+    JSON data = answer["data"];
+    JSON figures;  // absent: both figures missing
+    if (data.isObject())
+        figures = data;
+    else if (!data.hasValue())
+        figures = answer;
+    const double total = figures["total_credits"].number().value_or(0);
+    const auto usage = figures["total_usage"].number();
+    double amount = 0;
+    if (usage) {
+        if (total <= 0 && *usage <= 0) return std::nullopt;
+        amount = total - *usage;
+        if (!(amount >= 0)) amount = 0;  // overspent, or not a number
+    } else {
+        if (!(total > 0)) return std::nullopt;
+        amount = total;
+    }
+    return ProviderBalance{Provider::openRouter, "Credits left", amount, "USD",
+                           "of " + money(total) + " purchased"};
+}
+
+std::vector<UsageRecord> OpenRouterSource::fetch() {
+    auto key = Keychain::get(keyAccount);
+    if (!key) return {};
+    auto url = HTTP::url(Endpoints::openRouter() + "/api/v1/activity", {});
+    if (!url) return {};
+    JSONDocument answer = HTTP::get(*url, bearer(*key), kRequestSeconds);
+    return records(answer.root());
+}
+
+std::vector<UsageRecord> OpenRouterSource::records(JSON answer) {
+    JSON rows = answer["data"].isArray() ? answer["data"] : answer;
+    std::vector<UsageRecord> out;
+    for (JSON row : rows.array()) {
+        try {
+            if (auto r = activityRecord(row)) out.push_back(std::move(*r));
+        } catch (const OutOfRange&) {
+            // A count beyond 64 bits spoils only its own row.
+        }
+    }
+    return out;
+}
+
+std::optional<Date> OpenRouterSource::day(std::string_view text) {
+    if (text.size() != 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
+    auto digits = [&](size_t at, size_t count) -> std::optional<int> {
+        int value = 0;
+        for (size_t i = at; i < at + count; ++i) {
+            if (text[i] < '0' || text[i] > '9') return std::nullopt;
+            value = value * 10 + (text[i] - '0');
+        }
+        return value;
+    };
+    auto year = digits(0, 4), month = digits(5, 2), dayOfMonth = digits(8, 2);
+    if (!year || !month || !dayOfMonth || *month < 1 || *month > 12 || *dayOfMonth < 1)
+        return std::nullopt;
+    static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const bool leap = (*year % 4 == 0 && *year % 100 != 0) || *year % 400 == 0;
+    if (*dayOfMonth > kDays[*month - 1] + (*month == 2 && leap)) return std::nullopt;
+    std::tm fields{};
+    fields.tm_year = *year - 1900;
+    fields.tm_mon = *month - 1;
+    fields.tm_mday = *dayOfMonth;
+    return Date{static_cast<double>(timegm(&fields))};
+}
+
+std::vector<ProviderBalance> DeepSeekSource::fetch() {
+    auto key = Keychain::get(keyAccount);
+    if (!key) return {};
+    auto url = HTTP::url(Endpoints::deepSeek() + "/user/balance", {});
+    if (!url) return {};
+    JSONDocument answer = HTTP::get(*url, bearer(*key), kRequestSeconds);
+    return balances(answer.root());
+}
+
+std::vector<ProviderBalance> DeepSeekSource::balances(JSON answer) {
+    std::vector<ProviderBalance> out;
+    for (JSON entry : answer["balance_infos"].array()) {
+        // number() reads a string only when it is wholly a decimal number, as the amounts
+        // come ("110.00"); "abc" or " 1" gives nothing and the entry is skipped.
+        auto amount = entry["total_balance"].number();
+        if (!amount) continue;
+        auto toppedUp = entry["topped_up_balance"].string();
+        out.push_back(
+            {Provider::deepSeek, "Balance", *amount,
+             std::string(entry["currency"].string().value_or("USD")),
+             toppedUp && !toppedUp->empty() ? std::string(*toppedUp) + " topped up" : "available"});
+    }
+    return out;
+}
+
+}  // namespace usagekit
