@@ -1,14 +1,13 @@
-// Entry point of `tally`.
+// Entry point of `tally`. Terminal commands run first, before any desktop object exists,
+// so they work on a machine without a display.
+#include "headless.h"
+
 #include <cstdio>
-#include <cstring>
 
 int main(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--version") == 0) {
-            std::printf("tally %s\n", TALLY_VERSION);
-            return 0;
-        }
-    }
-    std::fprintf(stderr, "usage: tally --version\n");
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    const tally::HeadlessOptions options = tally::parseArguments(arguments);
+    if (options.any()) return tally::runHeadless(options);
+    std::fprintf(stderr, "%s", tally::usage().c_str());
     return 2;
 }

@@ -112,7 +112,8 @@ const char* kProjects[] = {"/home/ana/src/app", "/home/ana/src/api", "/home/ana/
                            "/home/ana/src/site", "/home/ana/play/tool kit"};
 
 double dayTime(Random& rng, const Options& o) {
-    int64_t day = o.anchor - 86400 * rng.range(0, o.days - 1);
+    // A quarter of the sessions fall on the newest day, so "today" has something to show.
+    int64_t day = o.anchor - 86400 * (rng.chance(25) ? 0 : rng.range(1, o.days - 1));
     return static_cast<double>(day + rng.range(6 * 3600, 23 * 3600));
 }
 
@@ -314,10 +315,12 @@ uint64_t writeOpenCode(const fs::path& home, Random& rng, const Options& o) {
             assistant
                 ? R"({"role":"assistant","time":{"created":)" + std::to_string(ms) +
                       R"(,"completed":)" + std::to_string(ms + 4200) +
-                      R"(},"modelID":"claude-sonnet-4-6","providerID":"anthropic","mode":"build","path":{"cwd":"/home/ana/src/app","root":"/home/ana/src/app"},"cost":0,"tokens":{"total":)" +
-                      std::to_string(in + out + read) + R"(,"input":)" + std::to_string(in) +
-                      R"(,"output":)" + std::to_string(out) + R"(,"reasoning":0,"cache":{"read":)" +
-                      std::to_string(read) + R"(,"write":100}},"finish":"stop"})"
+                      R"(},"modelID":"claude-sonnet-4-6","providerID":"anthropic","mode":"build","path":{"cwd":"/home/ana/src/app","root":"/home/ana/src/app"},"cost":)" +
+                      std::to_string(static_cast<double>(in * 3 + out * 15 + read * 3 / 10) / 1e6) +
+                      R"(,"tokens":{"total":)" + std::to_string(in + out + read) + R"(,"input":)" +
+                      std::to_string(in) + R"(,"output":)" + std::to_string(out) +
+                      R"(,"reasoning":0,"cache":{"read":)" + std::to_string(read) +
+                      R"(,"write":100}},"finish":"stop"})"
                 : R"({"role":"user","time":{"created":)" + std::to_string(ms) + "}}";
         const std::string id = "msg_" + rng.hex(16);
         sqlite3_bind_text(insert, 1, id.c_str(), -1, SQLITE_TRANSIENT);

@@ -286,7 +286,10 @@ void writeJSONString(std::string& out, std::string_view text) {
 void writeJSONNumber(std::string& out, double number) {
     if (!std::isfinite(number)) throw std::invalid_argument("JSON cannot hold a non-finite number");
     char buf[64];
-    auto [end, ec] = std::to_chars(buf, buf + sizeof buf, number);
+    // Whole numbers as plain digits (1750000000, not 1.75e+09), the rest in shortest form.
+    const bool whole = number == std::trunc(number) && std::fabs(number) < 1e17;
+    auto [end, ec] = whole ? std::to_chars(buf, buf + sizeof buf, number, std::chars_format::fixed)
+                           : std::to_chars(buf, buf + sizeof buf, number);
     out.append(buf, end);
 }
 
