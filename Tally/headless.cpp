@@ -74,7 +74,12 @@ int runScan(bool remote) {
     UsageLedger ledger;
     ledger.scanLocal();
     print(Summary::local(ledger));
-    (void)remote;  // REMOTE-PENDING
+    if (remote) {
+        UsageLedger withRemote;
+        withRemote.copy(ledger);
+        withRemote.refreshRemote();
+        print(Summary::remote(withRemote));
+    }
     return 0;
 }
 
@@ -82,7 +87,7 @@ int runExport(const std::string& format, std::optional<long long> days, bool rem
     const TallySettings settings = TallySettings::load();
     UsageLedger ledger;
     ledger.scanLocal();
-    (void)remote;  // REMOTE-PENDING
+    if (remote) ledger.refreshRemote();
     const std::vector<UsageRecord> records = ledger.since(days.value_or(settings.usageWindow));
     try {
         print(format == "csv" ? UsageExport::csv(records, ledger.pricing)

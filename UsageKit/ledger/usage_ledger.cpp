@@ -13,6 +13,7 @@ void sortNewestFirst(std::vector<UsageRecord>& records) {
 
 void UsageLedger::copy(const UsageLedger& from) {
     records = from.records;
+    balances = from.balances;
     lastScan = from.lastScan;
     problems = from.problems;
     pricing = from.pricing;

@@ -4,6 +4,7 @@
 // interface by copy(from:) into a fresh one.
 #pragma once
 
+#include "accounts/balances.h"
 #include "core/date.h"
 #include "core/pricing.h"
 #include "core/usage_record.h"
@@ -21,7 +22,8 @@ namespace usagekit {
 
 class UsageLedger {
   public:
-    std::vector<UsageRecord> records;  // newest first after every scan or refresh
+    std::vector<UsageRecord> records;       // newest first after every scan or refresh
+    std::vector<ProviderBalance> balances;  // from the last remote refresh
     std::optional<Date> lastScan;
     std::vector<std::string> problems;  // one human-readable line each
     Pricing pricing;
@@ -36,6 +38,19 @@ class UsageLedger {
     // The same with the given sources and live log paths (tests inject failing sources).
     void scanLocal(const std::vector<const UsageSource*>& sources,
                    const std::function<std::unordered_set<std::string>()>& livePaths);
+
+    // The seven provider calls of a remote refresh, in the order they are made.
+    struct RemoteSources {
+        std::function<std::vector<UsageRecord>()> anthropic, openAI, openRouterActivity, cursor;
+        std::function<std::vector<ProviderBalance>()> xai, deepSeek;
+        std::function<std::optional<ProviderBalance>()> openRouterCredits;
+        static RemoteSources live();  // the real accounts, 30 days back
+    };
+    // Replaces the remote providers' records, all balances and the "API" problems with
+    // what the accounts say now; local records and problems stay. The calls run one after
+    // another, never together; a failing one adds "API <name> — <error>" and the rest go on.
+    void refreshRemote();
+    void refreshRemote(const RemoteSources& sources);
 
     void copy(const UsageLedger& from);
     // Records dated at or after `days` calendar days before `now`; all when days < 1.
