@@ -1,0 +1,34 @@
+// Records as one line of text each, so that a test can state every field it expects in one
+// readable comparison and a failure shows which field differs:
+//   <id> @<ISO date> <kind> calls=2 in=8 out=470 cr=83000 cw=1100 rs=0 [cost=2.5]
+// The id of a folded record already spells provider, model, day, project and session.
+#pragma once
+
+#include "core/date.h"
+#include "core/usage_record.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+namespace usagekit::testing {
+
+inline std::string describe(const UsageRecord& r) {
+    std::string text = r.id + " @" + ISO8601::format(r.date) + " " + r.kind +
+                       " calls=" + std::to_string(r.calls) + " in=" + std::to_string(r.input) +
+                       " out=" + std::to_string(r.output) + " cr=" + std::to_string(r.cacheRead) +
+                       " cw=" + std::to_string(r.cacheWrite) + " rs=" + std::to_string(r.reasoning);
+    if (r.reportedCostUSD) text += " cost=" + doubleDescription(*r.reportedCostUSD);
+    return text;
+}
+
+// Sorted, because folding and directory enumeration promise no order.
+inline std::vector<std::string> describe(const std::vector<UsageRecord>& records) {
+    std::vector<std::string> lines;
+    for (const UsageRecord& r : records)
+        lines.push_back(describe(r));
+    std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+}  // namespace usagekit::testing
