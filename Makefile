@@ -1,5 +1,5 @@
 # Thin wrapper over CMake. `make test` and `make run` are the two commands of the README.
-.PHONY: deps test run demo release format clean
+.PHONY: deps test run demo bench release format clean
 
 TEST_DIR    := build/test
 RELEASE_DIR := build/release
@@ -31,6 +31,14 @@ demo: deps
 	@rm -rf build/demo/support
 	@HOME=$(CURDIR)/build/demo/home TALLY_SUPPORT_DIR=$(CURDIR)/build/demo/support \
 		$(RELEASE_DIR)/Tally/tally --scan
+
+# The scan benchmark on a 1 GB, 3,000-file home, generated once and kept in the build tree.
+BENCH_CORPUS := $(RELEASE_DIR)/bench-corpus
+bench: deps
+	@cmake -S . -B $(RELEASE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake --build $(RELEASE_DIR) -j $(JOBS) --target make_corpus scan_bench
+	@test -d $(BENCH_CORPUS)/home || $(RELEASE_DIR)/bench/make_corpus --out $(BENCH_CORPUS) --megabytes 1024 --files 3000 --seed 1
+	@$(RELEASE_DIR)/bench/scan_bench --home $(BENCH_CORPUS)/home --runs 5
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

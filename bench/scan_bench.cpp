@@ -1,0 +1,191 @@
+// Measures Tally's local scan on a generated home (bench/make_corpus) against the floor
+// of simply reading every log byte once, in one process run:
+//   floor   read every file from the page cache, count lines holding "usage" (one thread)
+//   cold    a scan with an empty support directory (no cache)
+//   warm    a rescan with nothing changed
+//   append  a rescan after one line was appended to one Claude Code log
+// Each run happens in a child process, so its peak RSS is its own; medians of --runs.
+#include "core/paths.h"
+#include "core/scan.h"
+#include "ledger/summary.h"
+#include "ledger/usage_ledger.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+using namespace usagekit;
+
+namespace {
+
+struct Corpus {
+    std::vector<fs::path> files;
+    uint64_t bytes = 0;
+};
+
+Corpus logFiles(const fs::path& home) {
+    Corpus corpus;
+    for (const char* name : {".claude", ".codex", ".gemini", ".grok", ".copilot"}) {
+        std::error_code ec;
+        for (auto it = fs::recursive_directory_iterator(home / name, ec);
+             !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+            if (!it->is_regular_file()) continue;
+            corpus.files.push_back(it->path());
+            corpus.bytes += it->file_size();
+        }
+    }
+    return corpus;
+}
+
+// The floor: every byte read once, lines split and searched, nothing parsed.
+uint64_t readFloor(const Corpus& corpus) {
+    std::vector<char> buffer(1 << 20);
+    uint64_t hits = 0;
+    for (const fs::path& file : corpus.files) {
+        int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) continue;
+        size_t kept = 0;
+        for (;;) {
+            ssize_t n = ::read(fd, buffer.data() + kept, buffer.size() - kept);
+            if (n <= 0) break;
+            std::string_view text(buffer.data(), kept + static_cast<size_t>(n));
+            size_t start = 0;
+            for (size_t nl; (nl = text.find('\n', start)) != std::string_view::npos; start = nl + 1)
+                hits += text.substr(start, nl - start).find("\"usage\"") != std::string_view::npos;
+            kept = text.size() - start;
+            std::memmove(buffer.data(), buffer.data() + start, kept);
+            if (kept == buffer.size()) buffer.resize(buffer.size() * 2);
+        }
+        ::close(fd);
+    }
+    return hits;
+}
+
+struct Sample {
+    double ms = 0;
+    double peakMB = 0;
+};
+
+// Runs `work` in a child; its wall time (measured inside) and peak RSS come back.
+template <class Work>
+Sample inChild(Work work) {
+    int pipeFds[2];
+    if (::pipe(pipeFds) != 0) return {};
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        ::close(pipeFds[0]);
+        auto start = std::chrono::steady_clock::now();
+        work();
+        double ms =
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+                .count();
+        (void)!::write(pipeFds[1], &ms, sizeof ms);
+        ::_exit(0);
+    }
+    ::close(pipeFds[1]);
+    Sample sample;
+    (void)!::read(pipeFds[0], &sample.ms, sizeof sample.ms);
+    ::close(pipeFds[0]);
+    struct rusage usage {};
+    int status = 0;
+    ::wait4(pid, &status, 0, &usage);
+    sample.peakMB = static_cast<double>(usage.ru_maxrss) / 1024.0;
+    return sample;
+}
+
+Sample median(std::vector<Sample> samples) {
+    std::sort(samples.begin(), samples.end(), [](auto& a, auto& b) { return a.ms < b.ms; });
+    Sample m = samples[samples.size() / 2];
+    double peak = 0;
+    for (auto& s : samples)
+        peak = std::max(peak, s.peakMB);
+    m.peakMB = peak;
+    return m;
+}
+
+void report(const char* name, const Sample& s, const Corpus& corpus, size_t filesRead,
+            double floorMs) {
+    const double seconds = s.ms / 1000;
+    std::printf("%-8s %10.1f ms %9.0f MB/s %10.0f files/s %8.1f MB peak", name, s.ms,
+                static_cast<double>(corpus.bytes) / (1 << 20) / seconds,
+                static_cast<double>(filesRead) / seconds, s.peakMB);
+    if (floorMs > 0) std::printf("   %.2f x floor", s.ms / floorMs);
+    std::printf("\n");
+}
+
+void scan() {
+    UsageLedger ledger(Pricing::builtIn());
+    ledger.scanLocal();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    fs::path home;
+    int runs = 5;
+    for (int i = 1; i < argc; ++i) {
+        if (!std::strcmp(argv[i], "--home") && i + 1 < argc)
+            home = argv[++i];
+        else if (!std::strcmp(argv[i], "--runs") && i + 1 < argc)
+            runs = std::max(1, std::atoi(argv[++i]));
+    }
+    if (home.empty() || !fs::is_directory(home)) {
+        std::fprintf(stderr,
+                     "usage: scan_bench --home DIR [--runs N]\n"
+                     "DIR is a home written by make_corpus (DIR/.claude, DIR/.codex, ...).\n");
+        return 2;
+    }
+    setenv("HOME", home.c_str(), 1);
+    const fs::path support =
+        fs::temp_directory_path() / ("tally-bench-" + std::to_string(::getpid()));
+    setenv("TALLY_SUPPORT_DIR", support.c_str(), 1);
+    TallyPaths::setSupport(support);
+
+    const Corpus corpus = logFiles(home);
+    std::printf("corpus: %zu log files, %.1f MB under %s; %d runs each, medians\n",
+                corpus.files.size(), static_cast<double>(corpus.bytes) / (1 << 20), home.c_str(),
+                runs);
+    readFloor(corpus);  // warm the page cache
+
+    std::vector<Sample> floor, cold, warm, append;
+    for (int r = 0; r < runs; ++r)
+        floor.push_back(inChild([&] { readFloor(corpus); }));
+    for (int r = 0; r < runs; ++r) {
+        fs::remove_all(support);
+        cold.push_back(inChild(scan));
+    }
+    for (int r = 0; r < runs; ++r)
+        warm.push_back(inChild(scan));
+    fs::path appended;
+    for (const fs::path& file : corpus.files)
+        if (file.string().find("/.claude/") != std::string::npos) {
+            appended = file;
+            break;
+        }
+    for (int r = 0; r < runs; ++r) {
+        std::ofstream(appended, std::ios::app)
+            << R"({"type":"user","message":{"role":"user","content":"one more line"},"uuid":"bench-)"
+            << r << R"(","timestamp":"2026-01-01T00:00:00Z"})"
+            << "\n";
+        append.push_back(inChild(scan));
+    }
+
+    const Sample f = median(floor);
+    report("floor", f, corpus, corpus.files.size(), 0);
+    report("cold", median(cold), corpus, corpus.files.size(), f.ms);
+    report("warm", median(warm), corpus, 0, 0);
+    report("append", median(append), corpus, 1, 0);
+    fs::remove_all(support);
+    return 0;
+}
