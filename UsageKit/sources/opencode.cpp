@@ -1,0 +1,79 @@
+#include "sources/opencode.h"
+
+#include "core/checked.h"
+#include "core/paths.h"
+#include "core/scan.h"
+#include "core/uuid.h"
+#include "sources/epoch.h"
+#include "sources/sqlite_read.h"
+
+#include <cmath>
+
+namespace usagekit {
+
+const std::string_view OpenCodeSource::kQuery =
+    "SELECT id,\n"
+    "       json_extract(data, '$.time.completed') AS at,\n"
+    "       json_extract(data, '$.modelID') AS model,\n"
+    "       json_extract(data, '$.providerID') AS via,\n"
+    "       json_extract(data, '$.cost') AS cost,\n"
+    "       json_extract(data, '$.tokens.input') AS input,\n"
+    "       json_extract(data, '$.tokens.output') AS output,\n"
+    "       json_extract(data, '$.tokens.reasoning') AS reasoning,\n"
+    "       json_extract(data, '$.tokens.cache.read') AS cacheRead,\n"
+    "       json_extract(data, '$.tokens.cache.write') AS cacheWrite,\n"
+    "       json_extract(data, '$.path.cwd') AS cwd,\n"
+    "       session_id AS session\n"
+    "FROM message\n"
+    "WHERE json_extract(data, '$.role') = 'assistant'\n"
+    "  AND COALESCE(json_extract(data, '$.tokens.total'), 0) > 0";
+
+std::optional<UsageRecord> OpenCodeSource::record(const JSON& row) {
+    if (!row.isObject()) return std::nullopt;
+    // OpenCode writes milliseconds; older rows and other writers have had seconds.
+    auto date = Epoch::secondsOrMilliseconds(row["at"].number().value_or(0));
+    if (!date) return std::nullopt;
+
+    UsageRecord r;
+    try {
+        r.input = row["input"].integer();
+        r.output = row["output"].integer();
+        r.cacheRead = row["cacheRead"].integer();
+        r.cacheWrite = row["cacheWrite"].integer();
+        r.reasoning = row["reasoning"].integer();
+    } catch (const OutOfRange&) {
+        return std::nullopt;
+    }
+
+    auto id = row["id"].string();
+    r.id = id ? std::string(*id) : randomUUID();
+    r.date = *date;
+    r.provider = Provider::openCode;
+    auto model = row["model"].string();
+    r.model = model ? std::string(*model) : "opencode";
+    // One model name can be served by several providers at different prices.
+    if (auto via = row["via"].string(); via && !via->empty())
+        r.model = std::string(*via) + "/" + r.model;
+    if (auto cwd = row["cwd"].string()) r.project = std::string(*cwd);
+    if (auto session = row["session"].string()) r.session = std::string(*session);
+    r.kind = "session";
+    r.calls = 1;
+    // OpenCode writes 0 when it does not know the price; then our pricing decides.
+    if (auto cost = row["cost"].number(); cost && std::isfinite(*cost) && *cost > 0)
+        r.reportedCostUSD = *cost;
+    return r;
+}
+
+std::vector<UsageRecord> OpenCodeSource::scan(ScanCache&) const {
+    const auto database = TallyPaths::openCodeDatabase();
+    std::error_code ec;
+    if (!std::filesystem::exists(database, ec)) return {};
+    JSONDocument rows = SQLiteRead::query(database, std::string(kQuery));
+    std::vector<UsageRecord> records;
+    for (const JSON& row : rows.root().array())
+        if (auto r = record(row)) records.push_back(std::move(*r));
+    // The query already kept only messages with tokens, so nothing is dropped here.
+    return Scan::fold(records);
+}
+
+}  // namespace usagekit

@@ -1,0 +1,29 @@
+// OpenCode's history database (~/.local/share/opencode/opencode.db) as usage records: one
+// per assistant message with tokens, folded per model, day, project and session. The
+// database is queried on every scan, read-only; the scan cache is not used.
+// A query SQLite refuses (locked, damaged, no "message" table) fails the whole source with
+// SQLiteRead::Failure; a row that lacks a time or holds a count beyond 64 bits is skipped.
+#pragma once
+
+#include "core/json.h"
+#include "sources/usage_source.h"
+
+#include <optional>
+#include <string_view>
+#include <vector>
+
+namespace usagekit {
+
+class OpenCodeSource : public UsageSource {
+  public:
+    // One row per assistant message that used any tokens, with the columns record() reads.
+    static const std::string_view kQuery;
+
+    Provider provider() const override { return Provider::openCode; }
+    std::vector<UsageRecord> scan(ScanCache& cache) const override;
+
+    // One row of kQuery's result; none without a time after 1970 or with a bad count.
+    static std::optional<UsageRecord> record(const JSON& row);
+};
+
+}  // namespace usagekit
