@@ -7,9 +7,9 @@
 #include "core/scan.h"
 #include "sources/epoch.h"
 #include "sources/log_source.h"
+#include "sources/spellings.h"
 
 #include <optional>
-#include <span>
 
 namespace usagekit {
 
@@ -20,13 +20,6 @@ namespace {
 // Copilot's clients disagree on the spelling; every one present is added.
 constexpr std::string_view kInput[] = {"prompt_tokens", "input_tokens", "inputTokens"};
 constexpr std::string_view kOutput[] = {"completion_tokens", "output_tokens", "outputTokens"};
-
-int64_t sumOf(const JSON& usage, std::span<const std::string_view> keys) {
-    int64_t sum = 0;
-    for (std::string_view key : keys)
-        sum = checkedAdd(sum, usage[key].integer());
-    return sum;
-}
 
 // A time as ISO 8601 text, or as a number of seconds or (above 1e12) milliseconds.
 std::optional<Date> lineDate(const JSON& timestamp) {
@@ -56,8 +49,8 @@ class LineParser {
 
         UsageRecord r;
         try {
-            r.input = sumOf(usage, kInput);
-            r.output = sumOf(usage, kOutput);
+            r.input = sumOfSpellings(usage, kInput);
+            r.output = sumOfSpellings(usage, kOutput);
             if (checkedAdd(r.input, r.output) < 1) return;
         } catch (const OutOfRange&) {
             return;

@@ -8,9 +8,9 @@
 #include "core/text.h"
 #include "sources/epoch.h"
 #include "sources/log_source.h"
+#include "sources/spellings.h"
 
 #include <algorithm>
-#include <span>
 #include <unordered_map>
 #include <utility>
 
@@ -31,14 +31,7 @@ constexpr std::string_view kOutput[] = {"output", "outputTokens", "output_tokens
                                         "candidatesTokenCount"};
 constexpr std::string_view kThoughts[] = {"thoughts", "reasoning", "thoughtsTokenCount"};
 
-int64_t sumOf(const JSON& object, std::span<const std::string_view> keys) {
-    int64_t sum = 0;
-    for (std::string_view key : keys)
-        sum = checkedAdd(sum, object[key].integer());
-    return sum;
-}
-
-int64_t sumOf(const TokenCounts& c) {
+int64_t total(const TokenCounts& c) {
     return checkedAdd(checkedAdd(checkedAdd(c.input, c.output), c.cached), c.thoughts);
 }
 
@@ -50,21 +43,21 @@ std::optional<TokenCounts> fromUsageMetadata(const JSON& metadata) {
     c.input = std::max<int64_t>(0, checkedSub(metadata["promptTokenCount"].integer(), c.cached));
     c.output = metadata["candidatesTokenCount"].integer();
     c.thoughts = metadata["thoughtsTokenCount"].integer();
-    if (sumOf(c) > 0) return c;
+    if (total(c) > 0) return c;
     return std::nullopt;
 }
 
 std::optional<TokenCounts> fromTokenObject(const JSON& tokens) {
     if (!tokens.isObject()) return std::nullopt;
     TokenCounts c;
-    c.cached = sumOf(tokens, kCached);
-    c.input = sumOf(tokens, kInput);
-    c.output = sumOf(tokens, kOutput);
-    c.thoughts = sumOf(tokens, kThoughts);
+    c.cached = sumOfSpellings(tokens, kCached);
+    c.input = sumOfSpellings(tokens, kInput);
+    c.output = sumOfSpellings(tokens, kOutput);
+    c.thoughts = sumOfSpellings(tokens, kThoughts);
     // Where the API's prompt count was copied in, it holds the cached tokens too.
     const int64_t prompt = tokens["promptTokenCount"].integer();
     if (prompt >= 1) c.input = std::max<int64_t>(0, checkedSub(prompt, c.cached));
-    if (sumOf(c) >= 1) return c;
+    if (total(c) >= 1) return c;
     // Some clients keep only a total; count it all as input rather than lose it.
     const int64_t total = tokens["total"].integer();
     if (total >= 1) return TokenCounts{total, 0, 0, 0};
