@@ -220,6 +220,16 @@ void setOption(CURL* easy, CURLoption option, auto value) {
         throw TransportError("The request could not be prepared.");
 }
 
+std::string encodedPairs(const Query& pairs) {
+    std::string out;
+    for (auto& [name, value] : pairs) {
+        if (!out.empty()) out += '&';
+        out += Text::percentEncode(name, kQueryPairExtra) + "=" +
+               Text::percentEncode(value, kQueryPairExtra);
+    }
+    return out;
+}
+
 JSONDocument checked(Response response) {
     if (response.status < 200 || response.status > 299)
         throw Err(response.status, std::move(response.body));
@@ -313,12 +323,7 @@ std::pair<int64_t, JSONDocument> postJSON(const std::string& url, const std::str
 
 std::pair<int64_t, JSONDocument> postForm(const std::string& url, const Query& fields,
                                           double timeout) {
-    std::string body;
-    for (auto& [name, value] : fields) {
-        if (!body.empty()) body += '&';
-        body += Text::percentEncode(name, kQueryPairExtra) + "=" +
-                Text::percentEncode(value, kQueryPairExtra);
-    }
+    const std::string body = encodedPairs(fields);
     Response response = sendRaw(Request{
         "POST",
         url,
@@ -329,18 +334,15 @@ std::pair<int64_t, JSONDocument> postForm(const std::string& url, const Query& f
 }
 
 std::optional<std::string> url(const std::string& base, const Query& query) {
-    URLHandle handle = parsedURL(base);
-    if (!handle || !partsOf(base)) return std::nullopt;
-    std::string text;
-    for (auto& [name, value] : query) {
-        if (!text.empty()) text += '&';
-        text += Text::percentEncode(name, kQueryPairExtra) + "=" +
-                Text::percentEncode(value, kQueryPairExtra);
-    }
-    if (curl_url_set(handle.get(), CURLUPART_QUERY, text.empty() ? nullptr : text.c_str(), 0) !=
-        CURLUE_OK)
-        return std::nullopt;
-    return part(handle.get(), CURLUPART_URL);
+    if (!partsOf(base)) return std::nullopt;
+    // Built from the caller's text rather than libcurl's rewrite of it, which would
+    // change the spelling of escapes the caller chose.
+    const size_t queryStart = base.find_first_of("?#");
+    const size_t fragmentStart = base.find('#');
+    std::string out = base.substr(0, queryStart);
+    if (!query.empty()) out += "?" + encodedPairs(query);
+    if (fragmentStart != std::string::npos) out += base.substr(fragmentStart);
+    return out;
 }
 
 }  // namespace usagekit::HTTP
