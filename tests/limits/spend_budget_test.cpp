@@ -1,6 +1,5 @@
 #include "limits/spend_budget.h"
 
-#include "core/store.h"
 #include "support/recording_notifier.h"
 #include "support/temp_home.h"
 
@@ -9,179 +8,110 @@
 namespace usagekit {
 namespace {
 
-using testing::RecordingNotifier;
+using Period = SpendBudget::Period;
 
-// New York in winter (UTC-5): local days start at 05:00Z.
+// New York in winter (UTC-5): 2026-01-15 starts at 1768453200 (05:00Z).
 constexpr const char* kZone = "EST5";
 
 Date at(const char* iso) {
     return *ISO8601::parse(iso);
 }
 
-UsageRecord spend(const char* iso, double usd, const Provider& provider = Provider::claudeCode) {
-    UsageRecord r;
-    r.id = iso;
-    r.date = at(iso);
-    r.provider = provider;
-    r.model = "claude-sonnet-4-6";
-    r.kind = "session";
-    r.input = 1;
-    r.reportedCostUSD = usd;
-    return r;
+BudgetReading reading(Period period, double cap, double spent) {
+    return BudgetReading{SpendBudget{"B1", "Claude", std::nullopt, period, cap}, spent};
 }
 
-SpendBudget budget(SpendBudget::Period period, double cap, const char* id = "B1") {
-    return SpendBudget{id, "Claude", std::nullopt, period, cap};
-}
-
-BudgetReading reading(SpendBudget::Period period, double cap, double spent) {
-    return BudgetReading{budget(period, cap), spent};
-}
-
-std::vector<std::string> keys(const std::vector<BudgetCrossing>& crossings) {
+std::vector<std::string> keys(Period period, double cap, double spent, const char* now,
+                              const std::set<std::string>& announced = {}) {
     std::vector<std::string> out;
-    for (const auto& c : crossings)
+    for (const auto& c : BudgetMath::crossings({reading(period, cap, spent)}, announced, at(now)))
         out.push_back(c.key);
     return out;
 }
 
+using Keys = std::vector<std::string>;
+
 TEST(BudgetCrossings, EachThresholdIsAnnouncedOncePerBudgetAndPeriod) {
     testing::ScopedTimeZone zone(kZone);
-    Date now = at("2026-01-15T18:00:00Z");
-    // 2026-01-15 00:00 in New York is 05:00Z.
-    const std::string day = "B1|1768453200|";
-    auto day80 = BudgetMath::crossings({reading(SpendBudget::Period::day, 20, 16)}, {}, now);
-    ASSERT_EQ(keys(day80), std::vector<std::string>{day + "80"});
-    EXPECT_EQ(day80[0].threshold, 80);
-    EXPECT_TRUE(
-        BudgetMath::crossings({reading(SpendBudget::Period::day, 20, 16)}, {day + "80"}, now)
-            .empty());
-    // Over the cap later the same day: only 100 is new.
-    EXPECT_EQ(
-        keys(BudgetMath::crossings({reading(SpendBudget::Period::day, 20, 21)}, {day + "80"}, now)),
-        std::vector<std::string>{day + "100"});
-    // A jump past both announces both, 80 first.
-    EXPECT_EQ(keys(BudgetMath::crossings({reading(SpendBudget::Period::day, 20, 24)}, {}, now)),
-              (std::vector<std::string>{day + "80", day + "100"}));
-}
-
-TEST(BudgetCrossings, ANewDayOrMonthGivesNewKeys) {
-    testing::ScopedTimeZone zone(kZone);
-    auto dayKey = [](const char* now) {
-        return BudgetMath::crossings({reading(SpendBudget::Period::day, 20, 16)}, {}, at(now))
-            .at(0)
-            .key;
-    };
-    auto monthKey = [](const char* now) {
-        return BudgetMath::crossings({reading(SpendBudget::Period::month, 100, 90)}, {}, at(now))
-            .at(0)
-            .key;
-    };
-    // 04:59Z is still the 15th's evening before in New York; 05:00Z is local midnight.
-    EXPECT_EQ(dayKey("2026-01-16T04:59:59Z"), "B1|1768453200|80");
-    EXPECT_EQ(dayKey("2026-01-16T05:00:00Z"), "B1|1768539600|80");
-    // 2026-02-01 00:00 local is 05:00Z; the month before started on 1 January at 05:00Z.
-    EXPECT_EQ(monthKey("2026-02-01T04:59:59Z"), "B1|1767243600|80");
-    EXPECT_EQ(monthKey("2026-02-01T05:00:00Z"), "B1|1769922000|80");
-}
-
-TEST(BudgetCrossings, ExactlyEightyPercentCrossesAndAZeroCapNeverDoes) {
-    Date now = at("2026-01-15T18:00:00Z");
-    EXPECT_EQ(BudgetMath::crossings({reading(SpendBudget::Period::day, 20, 16.0)}, {}, now).size(),
-              1u);
-    EXPECT_TRUE(
-        BudgetMath::crossings({reading(SpendBudget::Period::day, 20, 15.99)}, {}, now).empty());
-    EXPECT_TRUE(
-        BudgetMath::crossings({reading(SpendBudget::Period::day, 0, 500)}, {}, now).empty());
-    EXPECT_TRUE(
-        BudgetMath::crossings({reading(SpendBudget::Period::day, -5, 500)}, {}, now).empty());
+    const char* now = "2026-01-15T18:00:00Z";
+    EXPECT_EQ(keys(Period::day, 20, 16, now), Keys{"B1|1768453200|80"});  // exactly 80%
+    EXPECT_EQ(keys(Period::day, 20, 15.99, now), Keys{});
+    EXPECT_EQ(keys(Period::day, 20, 21, now, {"B1|1768453200|80"}), Keys{"B1|1768453200|100"});
+    EXPECT_EQ(keys(Period::day, 20, 24, now), (Keys{"B1|1768453200|80", "B1|1768453200|100"}));
+    EXPECT_EQ(keys(Period::day, 0, 500, now), Keys{});
+    // Local midnight, not UTC's, starts a new day; the first of the month a new month.
+    EXPECT_EQ(keys(Period::day, 20, 16, "2026-01-16T04:59:59Z"), Keys{"B1|1768453200|80"});
+    EXPECT_EQ(keys(Period::day, 20, 16, "2026-01-16T05:00:00Z"), Keys{"B1|1768539600|80"});
+    EXPECT_EQ(keys(Period::month, 20, 16, "2026-02-01T04:59:59Z"), Keys{"B1|1767243600|80"});
+    EXPECT_EQ(keys(Period::month, 20, 16, "2026-02-01T05:00:00Z"), Keys{"B1|1769922000|80"});
 }
 
 TEST(BudgetReadings, CountOnlyThisPeriodAndTheBudgetsProvider) {
     testing::ScopedTimeZone zone(kZone);
-    Date now = at("2026-01-15T18:00:00Z");
-    std::vector<UsageRecord> rows{
-        spend("2026-01-15T05:00:00Z", 1.0),  // local midnight: counts
-        spend("2026-01-15T04:59:59Z", 2.0),  // the day before
-        spend("2026-01-15T12:00:00Z", 4.0, Provider::codexCLI),
-        spend("2026-01-01T05:00:00Z", 8.0),   // first instant of the month
-        spend("2025-12-31T23:00:00Z", 16.0),  // still December locally
+    auto row = [](const char* iso, double usd, const Provider& provider) {
+        UsageRecord r;
+        r.date = at(iso);
+        r.provider = provider;
+        r.model = "claude-sonnet-4-6";
+        r.reportedCostUSD = usd;
+        return r;
     };
-    SpendBudget claudeDay = budget(SpendBudget::Period::day, 20, "D");
-    claudeDay.providerID = "claude-code";
+    std::vector<UsageRecord> rows{row("2026-01-15T05:00:00Z", 1, Provider::claudeCode),
+                                  row("2026-01-15T04:59:59Z", 2, Provider::claudeCode),
+                                  row("2026-01-15T12:00:00Z", 4, Provider::codexCLI),
+                                  row("2026-01-01T05:00:00Z", 8, Provider::claudeCode)};
+    SpendBudget claudeOnly = reading(Period::day, 20, 0).budget;
+    claudeOnly.providerID = "claude-code";
     auto result = BudgetMath::readings(
-        {budget(SpendBudget::Period::day, 20), claudeDay, budget(SpendBudget::Period::month, 20)},
-        rows, Pricing::builtIn(), now);
+        {reading(Period::day, 20, 0).budget, claudeOnly, reading(Period::month, 20, 0).budget},
+        rows, Pricing::builtIn(), at("2026-01-15T18:00:00Z"));
     ASSERT_EQ(result.size(), 3u);
-    EXPECT_DOUBLE_EQ(result[0].spentUSD, 5.0);
-    EXPECT_DOUBLE_EQ(result[1].spentUSD, 1.0);
-    EXPECT_EQ(result[1].id(), "D");
-    EXPECT_DOUBLE_EQ(result[2].spentUSD, 15.0);
+    EXPECT_EQ(result[0].spentUSD, 5);
+    EXPECT_EQ(result[1].spentUSD, 1);
+    EXPECT_EQ(result[2].spentUSD, 15);
 }
 
 class BudgetFiles : public testing::TempHome {};
 
-TEST_F(BudgetFiles, AnnouncingPostsExactTextsAndRecordsEveryKey) {
+TEST_F(BudgetFiles, AnnouncingPostsExactTextsAndRecordsKeysEvenWithoutPermission) {
     testing::ScopedTimeZone zone(kZone);
-    Date now = at("2026-01-15T18:00:00Z");
-    SpendBudget month{"M", "Team", "anthropic-api", SpendBudget::Period::month, 1500};
-    auto crossings = BudgetMath::crossings(
-        {reading(SpendBudget::Period::day, 20, 16.4), BudgetReading{month, 1523.456}}, {}, now);
-    ASSERT_EQ(crossings.size(), 3u);
-
-    RecordingNotifier notifier(false);  // the user said no: keys are recorded all the same
+    SpendBudget team{"M", "Team", "anthropic-api", Period::month, 1500};
+    auto crossings =
+        BudgetMath::crossings({reading(Period::day, 20, 16.4), BudgetReading{team, 1523.456}}, {},
+                              at("2026-01-15T18:00:00Z"));
+    testing::RecordingNotifier refused(false);
     Announced announced{{"older|1|80"}};
-    BudgetNotifier::announce(crossings, announced, notifier);
+    BudgetNotifier::announce(crossings, announced, refused);
 
-    EXPECT_EQ(notifier.authorizationRequests, 1);
-    ASSERT_EQ(notifier.posted.size(), 3u);
-    EXPECT_EQ(notifier.posted[0], (Notification{"tally.budget.B1|1768453200|80", "Claude is at 80%",
-                                                "$16.40 of $20.00 this day."}));
-    EXPECT_EQ(notifier.posted[2], (Notification{"tally.budget.M|1767243600|100", "Team is at 100%",
-                                                "$1,523.46 of $1,500.00 this month."}));
-    std::vector<std::string> expected{"older|1|80", "B1|1768453200|80", "M|1767243600|80",
-                                      "M|1767243600|100"};
+    EXPECT_EQ(refused.authorizationRequests, 1);
+    ASSERT_EQ(refused.posted.size(), 3u);
+    EXPECT_EQ(refused.posted[0], (Notification{"tally.budget.B1|1768453200|80", "Claude is at 80%",
+                                               "$16.40 of $20.00 this day."}));
+    EXPECT_EQ(refused.posted[2], (Notification{"tally.budget.M|1767243600|100", "Team is at 100%",
+                                               "$1,523.46 of $1,500.00 this month."}));
+    Keys expected{"older|1|80", "B1|1768453200|80", "M|1767243600|80", "M|1767243600|100"};
     EXPECT_EQ(announced.keys, expected);
     EXPECT_EQ(Announced::load().keys, expected);
-    EXPECT_NE(testing::readText(support / "budget-announced.json").find("\"keys\""),
-              std::string::npos);
+
+    testing::RecordingNotifier idle;
+    BudgetNotifier::announce({}, announced, idle);
+    EXPECT_EQ(idle.authorizationRequests, 0);
 }
 
-TEST_F(BudgetFiles, NoCrossingAsksNothingAndWritesNothing) {
-    RecordingNotifier notifier;
-    Announced announced;
-    BudgetNotifier::announce({}, announced, notifier);
-    EXPECT_EQ(notifier.authorizationRequests, 0);
-    EXPECT_TRUE(notifier.posted.empty());
-    EXPECT_FALSE(std::filesystem::exists(Announced::file()));
-}
-
-TEST_F(BudgetFiles, BudgetsRoundTripWithoutAnAbsentProvider) {
-    SpendBudget day = SpendBudget::newBudget(SpendBudget::Period::day);
-    SpendBudget month = SpendBudget::newBudget(SpendBudget::Period::month);
-    EXPECT_EQ(day.label, "Today");
-    EXPECT_EQ(day.capUSD, 20);
-    EXPECT_EQ(month.label, "This month");
-    EXPECT_EQ(month.capUSD, 200);
-    EXPECT_FALSE(day.providerID);
-    EXPECT_EQ(day.id.size(), 36u);
-    EXPECT_NE(day.id, month.id);
-    EXPECT_EQ(SpendBudget::title(SpendBudget::Period::month), "Month");
-
+TEST_F(BudgetFiles, BudgetsRoundTripWithoutAnAbsentProviderAndBadFilesReadEmpty) {
+    SpendBudget day = SpendBudget::newBudget(Period::day);
+    SpendBudget month = SpendBudget::newBudget(Period::month);
+    EXPECT_EQ(std::tie(day.label, day.capUSD, month.label, month.capUSD),
+              std::make_tuple(std::string("Today"), 20.0, std::string("This month"), 200.0));
     month.providerID = "codex-cli";
     SpendBudget::save({day, month});
     EXPECT_EQ(SpendBudget::load(), (std::vector<SpendBudget>{day, month}));
-    std::string text = testing::readText(support / "budgets.json");
-    EXPECT_EQ(text.find("providerID"), text.rfind("providerID"));  // the month's only
-    EXPECT_NE(text.find("\"period\" : \"day\""), std::string::npos);
-}
+    EXPECT_EQ(testing::readText(SpendBudget::file()).find("providerID"),
+              testing::readText(SpendBudget::file()).rfind("providerID"));  // the month's only
 
-TEST_F(BudgetFiles, UnreadableFilesReadAsEmptyLists) {
-    testing::writeText(support / "budgets.json",
+    testing::writeText(SpendBudget::file(),
                        R"([{"id":"x","label":"y","period":"week","capUSD":1}])");
-    testing::writeText(support / "budget-announced.json", R"({"keys":["a",7]})");
     EXPECT_TRUE(SpendBudget::load().empty());
-    EXPECT_TRUE(Announced::load().keys.empty());
 }
 
 }  // namespace
