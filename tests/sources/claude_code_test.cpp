@@ -139,10 +139,10 @@ TEST_F(ClaudeCodeSourceTest, LineRulesForKindModelAndUsage) {
               "none");
     EXPECT_EQ(one(reply(R"("isSidechain":false)", "null")), "none");
     // Only the quoted word "usage" lets a line through to the parser: an escaped key is
-    // the same JSON but never parsed.
-    EXPECT_EQ(
-        one(R"({"message":{"us\u0061ge":{"input_tokens":2}},"timestamp":"2026-03-02T10:00:00Z"})"),
-        "none");
+    // the same JSON but never parsed, and the bare word elsewhere does not count.
+    EXPECT_EQ(one(R"({"message":{"us\u0061ge":{"input_tokens":2}},"note":"usage stats",)"
+                  R"("timestamp":"2026-03-02T10:00:00Z"})"),
+              "none");
     // usage must sit in message, and message must be an object.
     EXPECT_EQ(one(R"({"usage":{"input_tokens":2},"timestamp":"2026-03-02T10:00:00Z"})"), "none");
     EXPECT_EQ(one(R"({"message":"usage","timestamp":"2026-03-02T10:00:00Z"})"), "none");

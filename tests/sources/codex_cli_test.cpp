@@ -119,12 +119,12 @@ TEST_F(CodexCLISourceTest, FileAndTextFormsAgree) {
     }
 }
 
-TEST_F(CodexCLISourceTest, AnyCountGoingBackRestartsAllFive) {
-    auto records = CodexCLISource::parse(context("/w") + totals(noon(1), counts(100, 20, 10, 0)) +
-                                             totals(noon(2), counts(150, 90, 30, 0)) +
-                                             totals(noon(3), counts(200, 90, 40, 3)) +
-                                             totals(noon(4), counts(300, 100, 50, 1)),
-                                         "f");
+TEST_F(CodexCLISourceTest, TotalsBecomeTurnsAndAnyCountGoingBackRestartsAllFive) {
+    auto records = CodexCLISource::parse(
+        context("/w") + totals(noon(1), counts(100, 20, 10, 0)) +
+            totals(noon(2), counts(150, 90, 30, 0)) + totals(noon(3), counts(200, 90, 40, 3)) +
+            totals(noon(4), counts(300, 100, 50, 1)) + totals(noon(5), counts(300, 100, 60, 1)),
+        "f");
     EXPECT_EQ(describe(records),
               (std::vector<std::string>{
                   key(1, "/w", "f") + " @2026-05-01T12:00:00Z session calls=1 in=80 out=10 "
@@ -137,6 +137,9 @@ TEST_F(CodexCLISourceTest, AnyCountGoingBackRestartsAllFive) {
                   // Only reasoning went back, yet the turn is the whole of the new totals.
                   key(4, "/w", "f") + " @2026-05-04T12:00:00Z session calls=1 in=200 out=50 "
                                       "cr=100 cw=0 rs=1",
+                  // Same input, more output: a new turn, not a repeat.
+                  key(5, "/w", "f") + " @2026-05-05T12:00:00Z session calls=1 in=0 out=10 "
+                                      "cr=0 cw=0 rs=0",
               }));
 }
 
