@@ -1,5 +1,7 @@
 #include "headless.h"
 
+#include "limits_command.h"
+
 #include "core/settings.h"
 #include "ledger/summary.h"
 #include "ledger/usage_export.h"
@@ -115,6 +117,7 @@ int runHeadless(const HeadlessOptions& options) {
         return 0;
     }
     if (options.scan) return runScan(options.remote);
+    if (options.limits) return runLimitsCommand();
     if (options.exportFormat) return runExport(*options.exportFormat, options.days, options.remote);
     return 2;
 }

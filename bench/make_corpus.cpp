@@ -227,9 +227,9 @@ uint64_t writeCodexRollout(const fs::path& sessions, uint64_t target, Random& rn
             counts(turnIn, turnCached, turnOut, turnReasoning) +
             R"(,"model_context_window":272000},"rate_limits":{"limit_id":"codex","primary":{"used_percent":)" +
             std::to_string(rng.range(1, 80)) + R"(.0,"window_minutes":300,"resets_at":)" +
-            std::to_string(o.anchor + 18000) + R"(},"secondary":{"used_percent":)" +
+            std::to_string(o.anchor + 86400 + 18000) + R"(},"secondary":{"used_percent":)" +
             std::to_string(rng.range(1, 60)) + R"(.0,"window_minutes":10080,"resets_at":)" +
-            std::to_string(o.anchor + 400000) + R"(},"credits":null,"plan_type":"plus"}}})");
+            std::to_string(o.anchor + 86400 * 5) + R"(},"credits":null,"plan_type":"plus"}}})");
     }
     return w.bytes();
 }
