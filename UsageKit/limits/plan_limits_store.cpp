@@ -8,7 +8,7 @@
 #include "limits/plan_limit_sources.h"
 #include "limits/string_list.h"
 
-#include <cmath>
+#include <algorithm>
 
 namespace usagekit {
 
@@ -145,13 +145,14 @@ std::string PlanLimitsStore::summary(const Snapshot& snapshot, Date now) {
         out += ": " + limits.line(now) + "\n";
         if (limits.note) out += "  " + *limits.note + "\n";
     }
-    std::vector<std::string> providers(std::begin(kProviders), std::end(kProviders));
-    for (const auto& [provider, text] : snapshot.problems)
-        if (std::find(providers.begin(), providers.end(), provider) == providers.end())
-            providers.push_back(provider);
-    for (const std::string& provider : providers)
+    // "claude" and "codex" first, then any other provider a hand-edited file may name.
+    for (const char* provider : kProviders)
         if (auto found = snapshot.problems.find(provider); found != snapshot.problems.end())
             out += "Not refreshed: " + found->second + "\n";
+    for (const auto& [provider, text] : snapshot.problems)
+        if (std::find(std::begin(kProviders), std::end(kProviders), provider) ==
+            std::end(kProviders))
+            out += "Not refreshed: " + text + "\n";
     if (out.empty()) out = "No figures yet.\n";
     return out;
 }
