@@ -2,7 +2,12 @@
 
 #include "core/checked.h"
 
+#include <cstring>
 #include <unordered_map>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 namespace usagekit::Scan {
 
@@ -24,6 +29,48 @@ std::vector<fs::path> files(const fs::path& under, std::string_view named) {
             found.push_back(path);
     }
     return found;
+}
+
+namespace {
+
+#if defined(__x86_64__)
+// Tests the first, second and last byte of the needle at 32 offsets per step and compares
+// the whole needle only where all three match: quotes are everywhere in JSON, but a quote
+// followed by the needle's second byte with its last byte in place is rare.
+__attribute__((target("avx2"))) bool containsAVX2(std::string_view text,
+                                                  std::string_view needle) {
+    const char* p = text.data();
+    const size_t n = text.size(), k = needle.size();
+    const __m256i first = _mm256_set1_epi8(needle[0]);
+    const __m256i second = _mm256_set1_epi8(needle[1]);
+    const __m256i last = _mm256_set1_epi8(needle[k - 1]);
+    size_t i = 0;
+    for (; i + k - 1 + 32 <= n; i += 32) {
+        const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + i));
+        const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + i + 1));
+        const __m256i c = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + i + k - 1));
+        unsigned mask = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_and_si256(
+            _mm256_and_si256(_mm256_cmpeq_epi8(a, first), _mm256_cmpeq_epi8(b, second)),
+            _mm256_cmpeq_epi8(c, last))));
+        while (mask) {
+            const int bit = __builtin_ctz(mask);
+            if (std::memcmp(p + i + bit, needle.data(), k) == 0) return true;
+            mask &= mask - 1;
+        }
+    }
+    return text.substr(i).find(needle) != std::string_view::npos;
+}
+
+const bool kHasAVX2 = __builtin_cpu_supports("avx2");
+#endif
+
+}  // namespace
+
+bool contains(std::string_view text, std::string_view needle) {
+#if defined(__x86_64__)
+    if (kHasAVX2 && needle.size() >= 2) return containsAVX2(text, needle);
+#endif
+    return text.find(needle) != std::string_view::npos;
 }
 
 std::optional<Date> date(std::string_view text) {

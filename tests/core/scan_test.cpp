@@ -176,3 +176,25 @@ TEST_F(ScanCacheTest, SavedCacheLoadsBackAndOtherVersionsAreDiscarded) {
 
 }  // namespace
 }  // namespace usagekit
+
+namespace usagekit {
+namespace {
+
+TEST(Contains, FindsTheNeedleAtEveryOffsetAndNothingElse) {
+    // Every position across the 32-byte steps and the tail, and near misses.
+    for (size_t length : {7u, 31u, 32u, 38u, 39u, 70u, 200u}) {
+        for (size_t at = 0; at + 7 <= length; ++at) {
+            std::string text(length, '"');
+            text.replace(at, 7, "\"usage\"");
+            EXPECT_TRUE(Scan::contains(text, "\"usage\"")) << length << " " << at;
+            text[at + 3] = 'X';
+            EXPECT_FALSE(Scan::contains(text, "\"usage\"")) << length << " " << at;
+        }
+    }
+    EXPECT_FALSE(Scan::contains("", "\"usage\""));
+    EXPECT_FALSE(Scan::contains("\"usage", "\"usage\""));
+    EXPECT_TRUE(Scan::contains("x", "x"));
+}
+
+}  // namespace
+}  // namespace usagekit
