@@ -17,12 +17,15 @@ std::filesystem::path ScanCache::file() {
 ScanCache ScanCache::load() {
     auto loaded = Store::load<ScanCache>(file());
     if (!loaded || loaded->version != kVersion) return ScanCache();
+    loaded->changed = false;
     return std::move(*loaded);
 }
 
-void ScanCache::save() const {
+void ScanCache::save() {
+    if (!changed) return;
     try {
         Store::save(*this, file());
+        changed = false;
     } catch (const std::exception&) {
     }
 }
@@ -49,6 +52,7 @@ const ScanCache::Entry* ScanCache::hit(const std::string& path, const Stamp& cur
 void ScanCache::store(const std::string& path, const Stamp& current,
                       std::vector<UsageRecord> records) {
     files[path] = Entry{current.size, current.modified, std::move(records)};
+    changed = true;
 }
 
 std::vector<UsageRecord> ScanCache::records(const std::filesystem::path& path, const Parse& parse) {
@@ -68,7 +72,8 @@ std::vector<UsageRecord> ScanCache::recordsOfText(const std::filesystem::path& p
 }
 
 void ScanCache::prune(const std::unordered_set<std::string>& keeping) {
-    std::erase_if(files, [&](const auto& item) { return !keeping.contains(item.first); });
+    if (std::erase_if(files, [&](const auto& item) { return !keeping.contains(item.first); }) > 0)
+        changed = true;
 }
 
 void ScanCache::Entry::encode(JsonWriter& w) const {

@@ -42,11 +42,14 @@ struct ScanCache {
 
     std::map<std::string, Entry> files;
     int64_t version = kVersion;
+    // False while the cache equals what load() read from the file: save() then has
+    // nothing to write, which keeps a rescan of unchanged logs to stats and one read.
+    bool changed = true;
 
     static std::filesystem::path file();
     // The saved cache; an empty one when missing, undecodable or of another version.
     static ScanCache load();
-    void save() const;  // failures are ignored
+    void save();  // failures are ignored; does nothing when nothing changed
 
     static Stamp stamp(const std::filesystem::path& path);
     // The cached entry when it still matches `current`, else nullptr.

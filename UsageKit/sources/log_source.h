@@ -9,7 +9,6 @@
 
 #include <filesystem>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <unordered_set>
@@ -39,17 +38,16 @@ class SeenKeys {
 };
 
 // The records of every file in order, each from the cache when the file is unchanged or
-// from `parse` when not. Throws only what the cache throws.
-inline std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
-                                               const std::vector<std::filesystem::path>& files,
-                                               const ScanCache::Parse& parse) {
-    std::vector<UsageRecord> all;
-    for (const auto& file : files) {
-        std::vector<UsageRecord> records = cache.records(file, parse);
-        all.insert(all.end(), std::make_move_iterator(records.begin()),
-                   std::make_move_iterator(records.end()));
-    }
-    return all;
-}
+// from `parse` when not. Files that must be parsed are parsed on all cores (or on
+// $TALLY_SCAN_THREADS threads), and their records gathered in file order, so the result
+// never depends on timing. `parse` must therefore keep no shared mutable state. Throws only
+// what the cache throws.
+std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
+                                        const std::vector<std::filesystem::path>& files,
+                                        const ScanCache::Parse& parse);
+
+// How many threads parse files: $TALLY_SCAN_THREADS when it is a positive number, else
+// the number of cores.
+unsigned scanThreads();
 
 }  // namespace usagekit

@@ -20,10 +20,10 @@ struct Outcome {
 
 class ScanCommand : public testing::TempHome {
   protected:
-    Outcome tally(const std::string& arguments) {
+    Outcome tally(const std::string& arguments, const std::string& environment = "") {
         const fs::path errFile = root / "stderr.txt";
-        const std::string command =
-            "TZ=UTC0 " + std::string(TALLY_BINARY) + " " + arguments + " 2>" + errFile.string();
+        const std::string command = "TZ=UTC0 " + environment + " " + std::string(TALLY_BINARY) +
+                                    " " + arguments + " 2>" + errFile.string();
         Outcome run;
         FILE* pipe = popen(command.c_str(), "r");
         char buffer[4096];
@@ -157,6 +157,26 @@ TEST_F(ScanCommand, ExportWritesTheWindowAsCSVOrJSON) {
     Outcome bad = tally("--export xml");
     EXPECT_EQ(bad.status, 2);
     EXPECT_NE(bad.err.find("csv or json"), std::string::npos);
+}
+
+TEST_F(ScanCommand, OneThreadAndAllCoresGiveTheSameBytes) {
+    writeHomeWithEveryTool();
+    // Many logs whose records share one timestamp: their order in the export is the order
+    // in which they were gathered, which must not depend on which thread parsed what.
+    for (int i = 0; i < 40; ++i)
+        write(".claude/projects/-w-p" + std::to_string(i % 7) + "/s" + std::to_string(i) + ".jsonl",
+              R"({"cwd":"/w/p","sessionId":"s)" + std::to_string(i) +
+                  R"(","message":{"model":"claude-haiku-4-5","usage":{"input_tokens":)" +
+                  std::to_string(1000 + i) +
+                  R"(}},"requestId":"r","timestamp":"2025-07-01T00:00:00Z"})"
+                  "\n");
+    const Outcome one = tally("--export csv --days 0", "TALLY_SCAN_THREADS=1");
+    std::filesystem::remove_all(support);
+    const Outcome many = tally("--export csv --days 0", "TALLY_SCAN_THREADS=8");
+    EXPECT_EQ(std::count(one.out.begin(), one.out.end(), '\n'), 46);
+    EXPECT_EQ(one.out, many.out);
+    EXPECT_EQ(tally("--scan", "TALLY_SCAN_THREADS=1").out,
+              tally("--scan", "TALLY_SCAN_THREADS=3").out);
 }
 
 TEST_F(ScanCommand, HelpAndVersionAnswerOnStandardOutput) {
