@@ -1,8 +1,7 @@
 #include "accounts/anthropic_admin.h"
 
 #include "accounts/endpoints.h"
-#include "accounts/http.h"
-#include "accounts/keychain.h"
+#include "accounts/keyed_request.h"
 #include "core/checked.h"
 #include "core/scan.h"
 
@@ -14,6 +13,11 @@ namespace {
 
 // The report's page holds 31 daily buckets; asking for more days would need paging.
 constexpr int kMaximumDays = 31;
+
+// The admin key goes as is in its own header, with the API version the report needs.
+HTTP::Headers adminHeaders(const std::string& key) {
+    return {{"x-api-key", key}, {"anthropic-version", "2023-06-01"}};
+}
 
 std::optional<UsageRecord> record(JSON result, std::string_view start, Date date) {
     if (!result.isObject()) return std::nullopt;
@@ -44,18 +48,15 @@ std::vector<UsageRecord> AnthropicAdminSource::fetch(int days) {
 }
 
 std::vector<UsageRecord> AnthropicAdminSource::fetch(int days, Date now) {
-    auto key = Keychain::get(keyAccount);
-    if (!key) return {};
     Date start = Calendar::addingDays(now, -std::min(days, kMaximumDays));
-    auto url = HTTP::url(Endpoints::anthropic() + "/v1/organizations/usage_report/messages",
-                         {{"starting_at", ISO8601::format(start)},
-                          {"bucket_width", "1d"},
-                          {"limit", "31"},
-                          {"group_by[]", "model"}});
-    if (!url) return {};
-    JSONDocument answer =
-        HTTP::get(*url, {{"x-api-key", *key}, {"anthropic-version", "2023-06-01"}}, 30);
-    return records(answer.root());
+    auto answer = KeyedRequest::get(
+        keyAccount, Endpoints::anthropic() + "/v1/organizations/usage_report/messages",
+        {{"starting_at", ISO8601::format(start)},
+         {"bucket_width", "1d"},
+         {"limit", "31"},
+         {"group_by[]", "model"}},
+        adminHeaders);
+    return answer ? records(answer->root()) : std::vector<UsageRecord>();
 }
 
 std::vector<UsageRecord> AnthropicAdminSource::records(JSON answer) {

@@ -3,6 +3,7 @@
 #include "accounts/endpoints.h"
 #include "accounts/http.h"
 #include "accounts/keychain.h"
+#include "accounts/keyed_request.h"
 #include "core/checked.h"
 
 #include <cstdio>
@@ -12,16 +13,10 @@ namespace usagekit {
 
 namespace {
 
-constexpr double kRequestSeconds = 30;
-
 std::string money(double amount) {
     char buffer[64];
     std::snprintf(buffer, sizeof buffer, "$%.2f", amount);
     return buffer;
-}
-
-HTTP::Headers bearer(const std::string& key) {
-    return {{"Authorization", "Bearer " + key}};
 }
 
 // xAI answers in cents. Any failure (a refused key, a wrong team, no network) leaves the
@@ -30,7 +25,7 @@ std::optional<JSONDocument> quietly(const std::string& address, const std::strin
     auto url = HTTP::url(address, {});
     if (!url) return std::nullopt;
     try {
-        return HTTP::get(*url, bearer(key), kRequestSeconds);
+        return HTTP::get(*url, KeyedRequest::bearer(key), KeyedRequest::kSeconds);
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -94,12 +89,8 @@ std::vector<ProviderBalance> XAIBillingSource::fetch() {
 }
 
 std::optional<ProviderBalance> OpenRouterSource::credits() {
-    auto key = Keychain::get(keyAccount);
-    if (!key) return std::nullopt;
-    auto url = HTTP::url(Endpoints::openRouter() + "/api/v1/credits", {});
-    if (!url) return std::nullopt;
-    JSONDocument answer = HTTP::get(*url, bearer(*key), kRequestSeconds);
-    return creditsBalance(answer.root());
+    auto answer = KeyedRequest::get(keyAccount, Endpoints::openRouter() + "/api/v1/credits");
+    return answer ? creditsBalance(answer->root()) : std::nullopt;
 }
 
 std::optional<ProviderBalance> OpenRouterSource::creditsBalance(JSON answer) {
@@ -125,12 +116,8 @@ std::optional<ProviderBalance> OpenRouterSource::creditsBalance(JSON answer) {
 }
 
 std::vector<UsageRecord> OpenRouterSource::fetch() {
-    auto key = Keychain::get(keyAccount);
-    if (!key) return {};
-    auto url = HTTP::url(Endpoints::openRouter() + "/api/v1/activity", {});
-    if (!url) return {};
-    JSONDocument answer = HTTP::get(*url, bearer(*key), kRequestSeconds);
-    return records(answer.root());
+    auto answer = KeyedRequest::get(keyAccount, Endpoints::openRouter() + "/api/v1/activity");
+    return answer ? records(answer->root()) : std::vector<UsageRecord>();
 }
 
 std::vector<UsageRecord> OpenRouterSource::records(JSON answer) {
@@ -170,12 +157,8 @@ std::optional<Date> OpenRouterSource::day(std::string_view text) {
 }
 
 std::vector<ProviderBalance> DeepSeekSource::fetch() {
-    auto key = Keychain::get(keyAccount);
-    if (!key) return {};
-    auto url = HTTP::url(Endpoints::deepSeek() + "/user/balance", {});
-    if (!url) return {};
-    JSONDocument answer = HTTP::get(*url, bearer(*key), kRequestSeconds);
-    return balances(answer.root());
+    auto answer = KeyedRequest::get(keyAccount, Endpoints::deepSeek() + "/user/balance");
+    return answer ? balances(answer->root()) : std::vector<ProviderBalance>();
 }
 
 std::vector<ProviderBalance> DeepSeekSource::balances(JSON answer) {

@@ -1,8 +1,7 @@
 #include "accounts/openai_usage.h"
 
 #include "accounts/endpoints.h"
-#include "accounts/http.h"
-#include "accounts/keychain.h"
+#include "accounts/keyed_request.h"
 #include "core/checked.h"
 
 #include <algorithm>
@@ -38,17 +37,14 @@ std::vector<UsageRecord> OpenAIUsageSource::fetch(int days) {
 }
 
 std::vector<UsageRecord> OpenAIUsageSource::fetch(int days, Date now) {
-    auto key = Keychain::get(keyAccount);
-    if (!key) return {};
     const double start = Calendar::addingDays(now, -days).secondsSince1970;
-    auto url = HTTP::url(Endpoints::openAI() + "/v1/organization/usage/completions",
-                         {{"start_time", std::to_string(static_cast<int64_t>(std::trunc(start)))},
-                          {"bucket_width", "1d"},
-                          {"limit", "31"},
-                          {"group_by[]", "model"}});
-    if (!url) return {};
-    JSONDocument answer = HTTP::get(*url, {{"Authorization", "Bearer " + *key}}, 30);
-    return records(answer.root());
+    auto answer =
+        KeyedRequest::get(keyAccount, Endpoints::openAI() + "/v1/organization/usage/completions",
+                          {{"start_time", std::to_string(static_cast<int64_t>(std::trunc(start)))},
+                           {"bucket_width", "1d"},
+                           {"limit", "31"},
+                           {"group_by[]", "model"}});
+    return answer ? records(answer->root()) : std::vector<UsageRecord>();
 }
 
 std::vector<UsageRecord> OpenAIUsageSource::records(JSON answer) {
