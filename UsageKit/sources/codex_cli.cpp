@@ -31,15 +31,19 @@ struct Markers {
 };
 
 // Which of the quoted words "session_meta", "turn_context", "token_usage_record" and
-// "token_count" occur anywhere in the line, found in one pass over its quotes: response
-// items run to hundreds of kilobytes and are nearly all of a log, so they should be
-// walked once, not once per word. With `anyWillDo` the walk stops at the first word.
+// "token_count" occur anywhere in the line. Response items are nearly all of a log's bytes
+// and hold none of them, so three fast searches turn those away; only the few lines left
+// are walked quote by quote to tell the words apart. With `anyWillDo` the walk stops at
+// the first word.
 Markers markers(std::string_view line, bool anyWillDo) {
     static constexpr std::string_view kSessionMeta = "session_meta\"",
                                       kTurnContext = "turn_context\"",
                                       kTokenCount = "token_count\"",
                                       kUsageRecord = "token_usage_record\"";
     Markers found;
+    if (!Scan::contains(line, "\"token_") && !Scan::contains(line, "\"session_meta\"") &&
+        !Scan::contains(line, "\"turn_context\""))
+        return found;
     const char* p = line.data();
     const char* end = p + line.size();
     while ((p = static_cast<const char*>(std::memchr(p, '"', static_cast<size_t>(end - p))))) {
