@@ -15,4 +15,11 @@ namespace usagekit::Scan {
 bool forEachLineInFile(const std::filesystem::path& path,
                        const std::function<void(std::string_view)>& line);
 
+// Calls `line(text)` only for the lines that contain `needle`, found by searching the
+// stream for the needle rather than splitting every line: most log bytes sit in lines a
+// reader would skip anyway. The same lines, in the same order, as forEachLineInFile
+// followed by a contains() test.
+bool forEachLineContaining(const std::filesystem::path& path, std::string_view needle,
+                           const std::function<void(std::string_view)>& line);
+
 }  // namespace usagekit::Scan

@@ -37,8 +37,7 @@ namespace {
 // Tests the first, second and last byte of the needle at 32 offsets per step and compares
 // the whole needle only where all three match: quotes are everywhere in JSON, but a quote
 // followed by the needle's second byte with its last byte in place is rare.
-__attribute__((target("avx2"))) bool containsAVX2(std::string_view text,
-                                                  std::string_view needle) {
+__attribute__((target("avx2"))) size_t findAVX2(std::string_view text, std::string_view needle) {
     const char* p = text.data();
     const size_t n = text.size(), k = needle.size();
     const __m256i first = _mm256_set1_epi8(needle[0]);
@@ -54,11 +53,13 @@ __attribute__((target("avx2"))) bool containsAVX2(std::string_view text,
             _mm256_cmpeq_epi8(c, last))));
         while (mask) {
             const int bit = __builtin_ctz(mask);
-            if (std::memcmp(p + i + bit, needle.data(), k) == 0) return true;
+            if (std::memcmp(p + i + bit, needle.data(), k) == 0)
+                return i + static_cast<size_t>(bit);
             mask &= mask - 1;
         }
     }
-    return text.substr(i).find(needle) != std::string_view::npos;
+    const size_t rest = text.substr(i).find(needle);
+    return rest == std::string_view::npos ? rest : i + rest;
 }
 
 const bool kHasAVX2 = __builtin_cpu_supports("avx2");
@@ -66,11 +67,15 @@ const bool kHasAVX2 = __builtin_cpu_supports("avx2");
 
 }  // namespace
 
-bool contains(std::string_view text, std::string_view needle) {
+size_t find(std::string_view text, std::string_view needle) {
 #if defined(__x86_64__)
-    if (kHasAVX2 && needle.size() >= 2) return containsAVX2(text, needle);
+    if (kHasAVX2 && needle.size() >= 2) return findAVX2(text, needle);
 #endif
-    return text.find(needle) != std::string_view::npos;
+    return text.find(needle);
+}
+
+bool contains(std::string_view text, std::string_view needle) {
+    return find(text, needle) != std::string_view::npos;
 }
 
 std::optional<Date> date(std::string_view text) {

@@ -48,6 +48,8 @@ void forEachLine(std::string_view text, F&& f) {
 // this over every byte of every log, so it compares 32 positions at a time where the
 // processor allows.
 bool contains(std::string_view text, std::string_view needle);
+// The offset of the first `needle` in `text`, or npos; the same search as contains().
+size_t find(std::string_view text, std::string_view needle);
 
 // How every log source ends: drop records whose input + output + cacheRead + cacheWrite
 // is below 1 (or overflows), then fold the rest.

@@ -41,8 +41,26 @@ TEST_F(LineReader, LinesLongerThanTheBufferAndAcrossChunksArriveWhole) {
     EXPECT_EQ(split, lines);
 }
 
+TEST_F(LineReader, OnlyLinesWithTheNeedleArriveAndTheyAreTheSameAsFiltering) {
+    std::string text = "{\"usage\":1}\nplain\n\n";
+    for (int i = 0; i < 5000; ++i)
+        text += (i % 7 ? "no match here " : "a \"usage\" b ") + std::string(i % 600, 'z') + "\n";
+    text += "last \"usage\" without newline";
+    auto path = write("c.jsonl", text);
+    std::vector<std::string> expected;
+    Scan::forEachLine(text, [&](std::string_view l) {
+        if (Scan::contains(l, "\"usage\"")) expected.emplace_back(l);
+    });
+    std::vector<std::string> got;
+    EXPECT_TRUE(Scan::forEachLineContaining(path, "\"usage\"",
+                                            [&](std::string_view l) { got.emplace_back(l); }));
+    EXPECT_EQ(got, expected);
+    EXPECT_EQ(got.size(), 1u + 715u + 1u);
+}
+
 TEST_F(LineReader, AMissingFileReportsFalse) {
     EXPECT_FALSE(Scan::forEachLineInFile(home / "missing", [](std::string_view) {}));
+    EXPECT_FALSE(Scan::forEachLineContaining(home / "missing", "x", [](std::string_view) {}));
 }
 
 }  // namespace
