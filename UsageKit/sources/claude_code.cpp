@@ -16,9 +16,11 @@ namespace {
 // different threads.
 class LogParser {
   public:
+    // Most lines are prompts, tool output and snapshots; only replies carry usage.
+    static constexpr std::string_view kUsage = "\"usage\"";
+
     void line(std::string_view text) {
-        // Most lines are prompts, tool output and snapshots; only replies carry usage.
-        if (!Scan::contains(text, "\"usage\"")) return;
+        if (!Scan::contains(text, kUsage)) return;
         auto root = m_parser.parse(text);
         if (!root || !root->isObject()) return;
         JSON message = (*root)["message"];
@@ -83,7 +85,9 @@ std::vector<UsageRecord> ClaudeCodeSource::scan(ScanCache& cache) const {
 
 std::vector<UsageRecord> ClaudeCodeSource::parse(const std::filesystem::path& file) {
     LogParser parser;
-    Scan::forEachLineInFile(file, [&](std::string_view line) { parser.line(line); });
+    // Only the lines holding the key are split out of the stream at all.
+    Scan::forEachLineContaining(file, LogParser::kUsage,
+                                [&](std::string_view line) { parser.line(line); });
     return parser.finish();
 }
 
