@@ -25,6 +25,7 @@ struct Options {
     uint64_t seed = 1;
     int64_t anchor = 0;  // the newest day in the corpus, as seconds since 1970 (UTC midnight)
     int days = 60;
+    bool single = false;  // one Claude Code log of the whole size, nothing else
 };
 
 // splitmix64: small, fast and the same everywhere.
@@ -352,6 +353,8 @@ bool parse(int argc, char** argv, Options& o) {
             o.seed = std::strtoull(v, nullptr, 10);
         else if (a == "--anchor" && (v = value()))
             o.anchor = std::strtoll(v, nullptr, 10);
+        else if (a == "--single")
+            o.single = true;
         else
             return false;
     }
@@ -365,14 +368,23 @@ int main(int argc, char** argv) {
     if (!parse(argc, argv, o)) {
         std::fprintf(stderr,
                      "usage: make_corpus --out DIR [--megabytes N] [--files N] [--seed N] "
-                     "[--anchor UNIX_DAY_START]\n"
-                     "Writes DIR/home/... as the coding tools would (at least 10 files).\n");
+                     "[--anchor UNIX_DAY_START] [--single]\n"
+                     "Writes DIR/home/... as the coding tools would (at least 10 files), or with\n"
+                     "--single one Claude Code log of the whole size.\n");
         return 2;
     }
     if (o.anchor == 0) o.anchor = static_cast<int64_t>(std::time(nullptr)) / 86400 * 86400;
     Random rng(o.seed);
     const fs::path home = o.out / "home";
     fs::remove_all(home);
+    if (o.single) {
+        const uint64_t written = writeClaudeSession(
+            home / ".claude/projects/-home-ana-src-big" / (rng.uuid() + ".jsonl"), o.bytes, false,
+            rng, o);
+        std::printf("wrote one log of %.1f MB under %s\n", static_cast<double>(written) / (1 << 20),
+                    home.c_str());
+        return 0;
+    }
 
     // About 80% of the bytes Claude Code (a tenth of its files sub-agent logs), 15% Codex,
     // the rest the smaller tools.

@@ -3,7 +3,6 @@
 #include "core/checked.h"
 
 #include <cstring>
-#include <unordered_map>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -97,55 +96,58 @@ std::string foldKey(const UsageRecord& r) {
     return key;
 }
 
-std::vector<UsageRecord> fold(const std::vector<UsageRecord>& records) {
-    std::vector<UsageRecord> folded;
-    std::unordered_map<std::string, size_t> index;
-    for (const UsageRecord& record : records) {
-        std::string key = foldKey(record);
-        auto [it, inserted] = index.try_emplace(key, folded.size());
-        if (inserted) {
-            folded.push_back(record);
-            folded.back().id = std::move(key);
-            continue;
-        }
-        UsageRecord& into = folded[it->second];
-        try {
-            // Sum into temporaries first so that an overflow leaves `into` untouched.
-            const int64_t calls = checkedAdd(into.calls, record.calls);
-            const int64_t input = checkedAdd(into.input, record.input);
-            const int64_t output = checkedAdd(into.output, record.output);
-            const int64_t cacheRead = checkedAdd(into.cacheRead, record.cacheRead);
-            const int64_t cacheWrite = checkedAdd(into.cacheWrite, record.cacheWrite);
-            const int64_t reasoning = checkedAdd(into.reasoning, record.reasoning);
-            UsageRecord sum = into;
-            sum.calls = calls;
-            sum.input = input;
-            sum.output = output;
-            sum.cacheRead = cacheRead;
-            sum.cacheWrite = cacheWrite;
-            sum.reasoning = reasoning;
-            (void)sum.total();
-            into = std::move(sum);
-        } catch (const OutOfRange&) {
-            continue;
-        }
-        if (record.reportedCostUSD)
-            into.reportedCostUSD = into.reportedCostUSD.value_or(0) + *record.reportedCostUSD;
-        if (record.date > into.date) into.date = record.date;
+void Folder::add(UsageRecord record) {
+    std::string key = foldKey(record);
+    auto [it, inserted] = m_index.try_emplace(key, m_folded.size());
+    if (inserted) {
+        record.id = std::move(key);
+        m_folded.push_back(std::move(record));
+        return;
     }
-    return folded;
+    UsageRecord& into = m_folded[it->second];
+    try {
+        // Sum into temporaries first so that an overflow leaves `into` untouched.
+        const int64_t calls = checkedAdd(into.calls, record.calls);
+        const int64_t input = checkedAdd(into.input, record.input);
+        const int64_t output = checkedAdd(into.output, record.output);
+        const int64_t cacheRead = checkedAdd(into.cacheRead, record.cacheRead);
+        const int64_t cacheWrite = checkedAdd(into.cacheWrite, record.cacheWrite);
+        const int64_t reasoning = checkedAdd(into.reasoning, record.reasoning);
+        checkedAdd(checkedAdd(checkedAdd(input, output), cacheRead), cacheWrite);
+        into.calls = calls;
+        into.input = input;
+        into.output = output;
+        into.cacheRead = cacheRead;
+        into.cacheWrite = cacheWrite;
+        into.reasoning = reasoning;
+    } catch (const OutOfRange&) {
+        return;
+    }
+    if (record.reportedCostUSD)
+        into.reportedCostUSD = into.reportedCostUSD.value_or(0) + *record.reportedCostUSD;
+    if (record.date > into.date) into.date = record.date;
+}
+
+std::vector<UsageRecord> fold(const std::vector<UsageRecord>& records) {
+    Folder folder;
+    for (const UsageRecord& record : records)
+        folder.add(record);
+    return folder.take();
+}
+
+bool hasTokens(const UsageRecord& record) {
+    try {
+        return record.total() >= 1;
+    } catch (const OutOfRange&) {
+        return false;
+    }
 }
 
 std::vector<UsageRecord> finish(const std::vector<UsageRecord>& records) {
-    std::vector<UsageRecord> kept;
-    kept.reserve(records.size());
-    for (const UsageRecord& record : records) {
-        try {
-            if (record.total() >= 1) kept.push_back(record);
-        } catch (const OutOfRange&) {
-        }
-    }
-    return fold(kept);
+    Folder folder;
+    for (const UsageRecord& record : records)
+        if (hasTokens(record)) folder.add(record);
+    return folder.take();
 }
 
 }  // namespace usagekit::Scan

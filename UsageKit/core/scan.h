@@ -9,7 +9,9 @@
 #include <cstring>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace usagekit::Scan {
@@ -26,10 +28,25 @@ std::optional<Date> date(std::string_view text);
 // provider|model|start of the local day (as doubleDescription)|project|session
 std::string foldKey(const UsageRecord& record);
 
-// One record per fold key, in order of first appearance: counts and reported costs
-// summed, the latest date kept, the id replaced by the key. A record whose addition would
-// overflow is dropped.
+// Folds records one at a time, so a reader of a huge log holds one record per day and
+// context rather than one per request: counts and reported costs summed, the latest date
+// kept, the id replaced by the key, in order of first appearance. A record whose addition
+// would overflow is dropped.
+class Folder {
+  public:
+    void add(UsageRecord record);
+    std::vector<UsageRecord> take() { return std::move(m_folded); }
+
+  private:
+    std::vector<UsageRecord> m_folded;
+    std::unordered_map<std::string, size_t> m_index;
+};
+
 std::vector<UsageRecord> fold(const std::vector<UsageRecord>& records);
+
+// Whether a record is worth keeping: input + output + cacheRead + cacheWrite of at least 1
+// (reasoning does not count), without overflow.
+bool hasTokens(const UsageRecord& record);
 
 // Calls `f(line)` for each non-empty line of `text`, split at "\n".
 template <class F>

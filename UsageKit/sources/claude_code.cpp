@@ -65,15 +65,16 @@ class LogParser {
         if (auto session = (*root)["sessionId"].string()) record.session = std::string(*session);
         record.kind = (*root)["isSidechain"].boolean() ? "subagent" : "session";
         record.calls = 1;
-        m_records.push_back(std::move(record));
+        // Folded as we go: a log of gigabytes holds one record per day, not per request.
+        if (Scan::hasTokens(record)) m_folder.add(std::move(record));
     }
 
-    std::vector<UsageRecord> finish() { return Scan::finish(m_records); }
+    std::vector<UsageRecord> finish() { return m_folder.take(); }
 
   private:
     JSONParser m_parser;
     SeenKeys m_seen;
-    std::vector<UsageRecord> m_records;
+    Scan::Folder m_folder;
 };
 
 }  // namespace
