@@ -90,7 +90,10 @@ bool forEachLineContaining(const std::filesystem::path& path, std::string_view n
             const size_t hit = find(lines.substr(from), needle);
             if (hit == std::string_view::npos) break;
             const size_t at = from + hit;
-            const size_t lineStart = lines.rfind('\n', at) + 1;  // npos + 1 == 0
+            const void* before = ::memrchr(lines.data(), '\n', at);
+            const size_t lineStart =
+                before ? static_cast<size_t>(static_cast<const char*>(before) - lines.data()) + 1
+                       : 0;
             size_t lineEnd = lines.find('\n', at);
             if (lineEnd == std::string_view::npos) lineEnd = lines.size();
             line(lines.substr(lineStart, lineEnd - lineStart));

@@ -57,6 +57,7 @@ void ScanCache::store(const std::string& path, const Stamp& current,
 
 std::vector<UsageRecord> ScanCache::records(const std::filesystem::path& path, const Parse& parse) {
     const Stamp current = stamp(path);
+    visited.insert(path.string());
     if (const Entry* entry = hit(path.string(), current)) return entry->records;
     std::vector<UsageRecord> parsed = parse(path);
     store(path.string(), current, parsed);

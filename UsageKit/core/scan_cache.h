@@ -65,6 +65,10 @@ struct ScanCache {
 
     void prune(const std::unordered_set<std::string>& keeping);
 
+    // The paths asked for during this scan (through records() or recordsOfFiles): the log
+    // files that exist now. Not saved.
+    std::unordered_set<std::string> visited;
+
     void encode(JsonWriter& writer) const;
     static std::optional<ScanCache> decode(const JSON& json);
 };

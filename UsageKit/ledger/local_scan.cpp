@@ -1,7 +1,5 @@
 #include "ledger/usage_ledger.h"
 
-#include "core/paths.h"
-#include "core/scan.h"
 #include "core/scan_cache.h"
 #include "sources/app_ledger.h"
 #include "sources/claude_code.h"
@@ -15,25 +13,6 @@
 
 namespace usagekit {
 
-namespace {
-
-// Every log file a source could have cached; anything else in the cache is stale.
-std::unordered_set<std::string> liveLogPaths() {
-    std::unordered_set<std::string> live;
-    auto add = [&](const std::vector<std::filesystem::path>& files) {
-        for (const auto& file : files)
-            live.insert(file.string());
-    };
-    add(Scan::files(TallyPaths::claudeProjects(), ".jsonl"));
-    add(Scan::files(TallyPaths::grokSessions(), "updates.jsonl"));
-    add(CodexCLISource::files());
-    add(GeminiCLISource::files());
-    add(CopilotSource::files());
-    return live;
-}
-
-}  // namespace
-
 void UsageLedger::scanLocal() {
     const ClaudeCodeSource claude;
     const GrokCLISource grok;
@@ -41,11 +20,10 @@ void UsageLedger::scanLocal() {
     const GeminiCLISource gemini;
     const OpenCodeSource openCode;
     const CopilotSource copilot;
-    scanLocal({&claude, &grok, &codex, &gemini, &openCode, &copilot}, liveLogPaths);
+    scanLocal({&claude, &grok, &codex, &gemini, &openCode, &copilot});
 }
 
-void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources,
-                            const std::function<std::unordered_set<std::string>()>& livePaths) {
+void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     ScanCache cache = ScanCache::load();
     std::vector<UsageRecord> scanned;
     std::vector<std::string> found;
@@ -58,8 +36,9 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources,
             found.push_back(source->provider().name() + ": " + error.what());
         }
     }
-    // Entries of deleted logs go; OpenCode's database is not a log, so it is never kept.
-    cache.prune(livePaths());
+    // Every log a source listed was asked for: what was not is gone (OpenCode reads a
+    // database, not logs, so it never keeps an entry).
+    cache.prune(cache.visited);
     cache.save();
 
     // What the app itself recorded for a session supersedes what any log says of it.

@@ -33,11 +33,11 @@ class UsageLedger {
 
     // Reads every local tool: Claude Code, Grok CLI, Codex CLI, Gemini CLI, OpenCode,
     // Copilot, then the app ledger. A failing source adds "<name>: <error>" and the scan
-    // goes on. The scan cache is loaded, pruned to live logs and saved.
+    // goes on. The scan cache is loaded, pruned to the logs the sources found (entries of
+    // deleted logs go) and saved.
     void scanLocal();
-    // The same with the given sources and live log paths (tests inject failing sources).
-    void scanLocal(const std::vector<const UsageSource*>& sources,
-                   const std::function<std::unordered_set<std::string>()>& livePaths);
+    // The same with the given sources (tests inject failing ones).
+    void scanLocal(const std::vector<const UsageSource*>& sources);
 
     // The seven provider calls of a remote refresh, in the order they are made.
     struct RemoteSources {

@@ -31,6 +31,7 @@ std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
     paths.reserve(files.size());
     for (size_t i = 0; i < files.size(); ++i) {
         paths.push_back(files[i].string());
+        cache.visited.insert(paths.back());
         stamps.push_back(ScanCache::stamp(files[i]));
         if (!cache.hit(paths[i], stamps[i])) misses.push_back(i);
     }
