@@ -1,0 +1,96 @@
+#include "ledger/usage_ledger.h"
+
+#include "core/scan_cache.h"
+#include "sources/app_ledger.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+namespace usagekit {
+namespace fs = std::filesystem;
+namespace {
+
+UsageRecord rec(const Provider& provider, const std::string& session, double when) {
+    UsageRecord r;
+    r.id = provider.id + session;
+    r.date = Date{when};
+    r.provider = provider;
+    r.model = "m";
+    if (!session.empty()) r.session = session;
+    r.kind = "session";
+    r.input = 1;
+    return r;
+}
+
+// A source that returns fixed records, or throws.
+class FixedSource : public UsageSource {
+  public:
+    FixedSource(Provider provider, std::vector<UsageRecord> records, const char* failure = nullptr)
+        : m_provider(std::move(provider)), m_records(std::move(records)), m_failure(failure) {}
+    Provider provider() const override { return m_provider; }
+    std::vector<UsageRecord> scan(ScanCache&) const override {
+        if (m_failure) throw std::runtime_error(m_failure);
+        return m_records;
+    }
+
+  private:
+    Provider m_provider;
+    std::vector<UsageRecord> m_records;
+    const char* m_failure;
+};
+
+class LocalScan : public testing::TempHome {};
+
+TEST_F(LocalScan, AFailingSourceIsOneProblemAndTheOthersStillCount) {
+    FixedSource claude(Provider::claudeCode, {rec(Provider::claudeCode, "a", 100)});
+    FixedSource codex(Provider::codexCLI, {}, "boom");
+    FixedSource copilot(Provider::copilot, {rec(Provider::copilot, "b", 300)});
+    UsageLedger ledger(Pricing::builtIn());
+    ledger.problems = {"API OpenAI \u2014 from an earlier refresh"};
+    ledger.scanLocal({&claude, &codex, &copilot});
+    EXPECT_EQ(ledger.problems, std::vector<std::string>{"OpenAI Codex CLI: boom"});
+    ASSERT_EQ(ledger.records.size(), 2u);
+    EXPECT_EQ(ledger.records[0].provider, Provider::copilot);  // newest first
+    ASSERT_TRUE(ledger.lastScan);
+    EXPECT_NEAR(ledger.lastScan->secondsSince1970, Date::now().secondsSince1970, 60);
+}
+
+TEST_F(LocalScan, TheAppLedgerSupersedesEveryLogRecordOfItsSessions) {
+    AppLedger::append(rec(Provider::claudeCode, "shared", 50));
+    FixedSource claude(Provider::claudeCode, {rec(Provider::claudeCode, "shared", 60),
+                                              rec(Provider::claudeCode, "", 70)});
+    FixedSource gemini(Provider::geminiCLI, {rec(Provider::geminiCLI, "shared", 80)});
+    UsageLedger ledger(Pricing::builtIn());
+    ledger.scanLocal({&claude, &gemini});
+    ASSERT_EQ(ledger.records.size(), 2u);
+    EXPECT_FALSE(ledger.records[0].session);  // records without a session are never hidden
+    EXPECT_EQ(ledger.records[1].date.secondsSince1970, 50);
+}
+
+TEST_F(LocalScan, EqualDatesKeepSourceOrderThenTheAppLedger) {
+    AppLedger::append(rec(Provider::claudeCode, "own", 10));
+    FixedSource first(Provider::claudeCode, {rec(Provider::claudeCode, "x", 10)});
+    FixedSource second(Provider::grokCLI, {rec(Provider::grokCLI, "y", 10)});
+    UsageLedger ledger(Pricing::builtIn());
+    ledger.scanLocal({&first, &second});
+    ASSERT_EQ(ledger.records.size(), 3u);
+    EXPECT_EQ(ledger.records[0].session, "x");
+    EXPECT_EQ(ledger.records[1].session, "y");
+    EXPECT_EQ(ledger.records[2].session, "own");
+}
+
+TEST_F(LocalScan, CacheEntriesOfVanishedLogsArePruned) {
+    fs::path kept = write(".claude/projects/p/kept.jsonl", "{}\n");
+    fs::path gone = write(".claude/projects/p/gone.jsonl", "{}\n");
+    UsageLedger ledger(Pricing::builtIn());
+    ledger.scanLocal();
+    EXPECT_EQ(ScanCache::load().files.size(), 2u);
+    fs::remove(gone);
+    ledger.scanLocal();
+    ScanCache cache = ScanCache::load();
+    ASSERT_EQ(cache.files.size(), 1u);
+    EXPECT_EQ(cache.files.begin()->first, kept.string());
+}
+
+}  // namespace
+}  // namespace usagekit
