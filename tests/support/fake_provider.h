@@ -5,6 +5,8 @@
 // TALLY_ENDPOINT_* variable. Unknown paths get a 404.
 #pragma once
 
+#include "core/usage_record.h"
+#include "support/record_text.h"
 #include "support/temp_home.h"
 
 #include <functional>
@@ -56,6 +58,16 @@ class FakeProvider {
     struct State;
     std::unique_ptr<State> m_state;
 };
+
+// An account reader's records in the order given, one line each: describe() followed by
+// provider, project and session ("-" when absent).
+inline std::vector<std::string> lines(const std::vector<UsageRecord>& records) {
+    std::vector<std::string> out;
+    for (const UsageRecord& r : records)
+        out.push_back(describe(r) + " " + r.provider.id + " p=" + r.project.value_or("-") +
+                      " s=" + r.session.value_or("-"));
+    return out;
+}
 
 // A port on 127.0.0.1 that nothing listens on.
 int closedPort();
