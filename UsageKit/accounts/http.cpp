@@ -259,6 +259,8 @@ Response sendRaw(const Request& request) {
     setOption(easy, CURLOPT_URL, request.url.c_str());
     setOption(easy, CURLOPT_PROTOCOLS_STR, "http,https");
     setOption(easy, CURLOPT_FOLLOWLOCATION, 0L);
+    // A proxy from the environment is honoured, but never for this computer.
+    setOption(easy, CURLOPT_NOPROXY, "localhost,127.0.0.1,::1");
     setOption(easy, CURLOPT_SSL_VERIFYPEER, 1L);
     setOption(easy, CURLOPT_SSL_VERIFYHOST, 2L);
     // Signals cannot interrupt a resolver on another thread; time-outs still hold.
