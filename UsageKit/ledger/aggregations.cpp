@@ -9,6 +9,19 @@
 
 namespace usagekit {
 
+namespace {
+
+// A record's token total, or nothing for one whose counts overflow (it is left out).
+std::optional<int64_t> tokensOf(const UsageRecord& r) {
+    try {
+        return r.total();
+    } catch (const OutOfRange&) {
+        return std::nullopt;
+    }
+}
+
+}  // namespace
+
 bool UsageLedger::isUnpriced(const UsageRecord& record) const {
     return !record.reportedCostUSD && !pricing.knowsRate(record.model);
 }
@@ -54,12 +67,8 @@ std::vector<Slice> UsageLedger::group(const std::vector<UsageRecord>& list, cons
     std::vector<Slice> slices;
     std::unordered_map<std::string, size_t> index;
     for (const UsageRecord& r : list) {
-        int64_t tokens;
-        try {
-            tokens = r.total();
-        } catch (const OutOfRange&) {
-            continue;
-        }
+        const auto tokens = tokensOf(r);
+        if (!tokens) continue;
         std::string k = key(r);
         auto [it, inserted] = index.try_emplace(k, slices.size());
         if (inserted) {
@@ -71,7 +80,7 @@ std::vector<Slice> UsageLedger::group(const std::vector<UsageRecord>& list, cons
         }
         Slice& slice = slices[it->second];
         int64_t sumTokens, sumCalls;
-        if (__builtin_add_overflow(slice.tokens, tokens, &sumTokens) ||
+        if (__builtin_add_overflow(slice.tokens, *tokens, &sumTokens) ||
             __builtin_add_overflow(slice.calls, r.calls, &sumCalls))
             continue;
         slice.tokens = sumTokens;
@@ -138,12 +147,8 @@ std::vector<Point> UsageLedger::daily(const std::vector<UsageRecord>& list,
     // day → provider → point, in the order providers first appear on that day
     std::map<double, std::vector<Point>> byDay;
     for (const UsageRecord& r : list) {
-        int64_t tokens;
-        try {
-            tokens = r.total();
-        } catch (const OutOfRange&) {
-            continue;
-        }
+        const auto tokens = tokensOf(r);
+        if (!tokens) continue;
         std::vector<Point>& points = byDay[Calendar::startOfDay(r.date).secondsSince1970];
         auto it = std::find_if(points.begin(), points.end(),
                                [&](const Point& p) { return p.provider == r.provider; });
@@ -152,7 +157,7 @@ std::vector<Point> UsageLedger::daily(const std::vector<UsageRecord>& list,
             it = points.end() - 1;
         }
         int64_t sum;
-        if (__builtin_add_overflow(it->tokens, tokens, &sum)) continue;
+        if (__builtin_add_overflow(it->tokens, *tokens, &sum)) continue;
         it->tokens = sum;
         it->costUSD += cost(r);
     }
