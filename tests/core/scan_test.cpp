@@ -112,42 +112,34 @@ class ScanCacheTest : public testing::TempHome {
     }
 };
 
-TEST_F(ScanCacheTest, HalfASecondOfClockDriftIsTheEdge) {
+TEST_F(ScanCacheTest, ALogIsReadAgainWhenItsTimeMovesHalfASecondOrItsSizeChanges) {
     fs::path log = write("log.jsonl", "line\n");
-    testing::setModified(log, 1'700'000'000.0);
     ScanCache cache;
-    cache.records(log, counting());
-    EXPECT_EQ(parses, 1);
-    testing::setModified(log, 1'700'000'000.4);
-    cache.records(log, counting());
-    EXPECT_EQ(parses, 1);
-    testing::setModified(log, 1'700'000'000.5);
-    cache.records(log, counting());
-    EXPECT_EQ(parses, 2);
-}
-
-TEST_F(ScanCacheTest, ABytesGrowthIsAMissEvenAtTheSameTime) {
-    fs::path log = write("log.jsonl", "line\n");
-    testing::setModified(log, 1'700'000'000.0);
-    ScanCache cache;
-    cache.records(log, counting());
-    testing::writeText(log, "line\nx");
-    testing::setModified(log, 1'700'000'000.0);
-    cache.records(log, counting());
-    EXPECT_EQ(parses, 2);
+    const struct {
+        double modified;
+        const char* text;
+        int parses;
+    } steps[] = {{1'700'000'000.0, "line\n", 1},
+                 {1'700'000'000.4, "line\n", 1},
+                 {1'700'000'000.5, "line\n", 2},
+                 {1'700'000'000.5, "line\nx", 3}};
+    for (const auto& step : steps) {
+        testing::writeText(log, step.text);
+        testing::setModified(log, step.modified);
+        cache.records(log, counting());
+        EXPECT_EQ(parses, step.parses) << step.modified << " " << step.text;
+    }
 }
 
 TEST_F(ScanCacheTest, TextFormPassesTheFileStemAsSession) {
-    fs::path log = write("rollout-2026-a.jsonl", "hello");
     ScanCache cache;
-    std::string seenText, seenSession;
-    cache.recordsOfText(log, [&](std::string_view text, const std::string& session) {
-        seenText = text;
-        seenSession = session;
-        return std::vector<UsageRecord>{};
-    });
-    EXPECT_EQ(seenText, "hello");
-    EXPECT_EQ(seenSession, "rollout-2026-a");
+    std::string seen;
+    cache.recordsOfText(write("rollout-2026-a.jsonl", "hello"),
+                        [&](std::string_view text, const std::string& session) {
+                            seen = std::string(text) + " " + session;
+                            return std::vector<UsageRecord>{};
+                        });
+    EXPECT_EQ(seen, "hello rollout-2026-a");
 }
 
 TEST_F(ScanCacheTest, SavedCacheLoadsBackAndOtherVersionsAreDiscarded) {
@@ -173,12 +165,6 @@ TEST_F(ScanCacheTest, SavedCacheLoadsBackAndOtherVersionsAreDiscarded) {
     testing::writeText(ScanCache::file(), "garbage");
     EXPECT_TRUE(ScanCache::load().files.empty());
 }
-
-}  // namespace
-}  // namespace usagekit
-
-namespace usagekit {
-namespace {
 
 TEST(Contains, FindsTheNeedleAtEveryOffsetAndNothingElse) {
     // Every position across the 32-byte steps and the tail, and near misses.
