@@ -30,7 +30,7 @@ TEST(Pricing, BuiltInTableKeepsItsExactDoubles) {
     EXPECT_EQ(p.updated, "2026-09-13");
 }
 
-TEST(Pricing, LookupLowerCasesAndFallsBackToTheLongestHyphenatedKey) {
+TEST(Pricing, LookupLowerCasesKeepsVendorPrefixesAndFallsBackToTheLongestKey) {
     const Pricing& p = Pricing::builtIn();
     EXPECT_EQ(p.rate("claude-sonnet-4-6-20260101"), p.rates.at("claude-sonnet-4-6"));
     EXPECT_EQ(p.rate("Claude-Sonnet-4-6"), p.rates.at("claude-sonnet-4-6"));
@@ -42,10 +42,7 @@ TEST(Pricing, LookupLowerCasesAndFallsBackToTheLongestHyphenatedKey) {
     EXPECT_FALSE(p.rate("gpt-5.6"));
     EXPECT_FALSE(p.rate("claude-opus-4-8[1m]"));
     EXPECT_FALSE(p.rate("gpt-5x"));
-}
-
-TEST(Pricing, VendorPrefixesArePricedButRegionalOnesAreNot) {
-    const Pricing& p = Pricing::builtIn();
+    // A vendor's prefix is priced, a regional one is not.
     EXPECT_EQ(p.rate("anthropic.claude-opus-4-7"), p.rates.at("claude-opus-4-7"));
     EXPECT_EQ(p.rate("anthropic.claude-haiku-4-5"), p.rates.at("claude-haiku-4-5"));
     EXPECT_FALSE(p.knowsRate("us.anthropic.claude-opus-4-7"));
@@ -58,16 +55,7 @@ TEST(Pricing, KeysWithCapitalsNeverMatch) {
     EXPECT_FALSE(p.rate("GPT-X"));
 }
 
-TEST(Pricing, ReportedCostWinsEvenWhenZero) {
-    UsageRecord r = record("gpt-5");
-    r.input = 1'000'000;
-    r.reportedCostUSD = 0.0;
-    EXPECT_EQ(Pricing::builtIn().cost(r), 0.0);
-    r.reportedCostUSD = 0.42;
-    EXPECT_EQ(Pricing::builtIn().cost(r), 0.42);
-}
-
-TEST(Pricing, CostIsExactAndReasoningIsOutputExceptForCodex) {
+TEST(Pricing, CostIsExactReasoningIsOutputExceptForCodexAndAReportedCostWins) {
     const Pricing& p = Pricing::builtIn();
     UsageRecord r = record("gpt-5");
     r.input = 1'000'000;
@@ -90,6 +78,12 @@ TEST(Pricing, CostIsExactAndReasoningIsOutputExceptForCodex) {
                                rate.cacheRead * (41000 / 1e6) + rate.cacheWrite * (900 / 1e6));
 
     EXPECT_EQ(p.cost(record("mystery-model")), 0.0);
+
+    // A reported cost wins, even one of zero.
+    r.reportedCostUSD = 0.0;
+    EXPECT_EQ(p.cost(r), 0.0);
+    r.reportedCostUSD = 0.42;
+    EXPECT_EQ(p.cost(r), 0.42);
 }
 
 TEST(Pricing, ListCostsSplitByMetering) {
