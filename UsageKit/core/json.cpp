@@ -234,13 +234,22 @@ std::optional<JSONDocument> JSONDocument::parse(std::string_view text) {
 
 void writeJSONString(std::string& out, std::string_view text) {
     static constexpr char kHex[] = "0123456789abcdef";
-    // Paths and log text may hold bytes that are not UTF-8; replace those rather than
-    // write a file that no reader will accept.
-    const bool valid = simdjson::validate_utf8(text.data(), text.size());
     out.push_back('"');
+    bool checkedUTF8 = false, validUTF8 = true;
     size_t i = 0;
     while (i < text.size()) {
-        unsigned char c = static_cast<unsigned char>(text[i]);
+        // Copy the run of bytes that need nothing in one go; most text is such a run.
+        size_t run = i;
+        while (run < text.size()) {
+            const unsigned char c = static_cast<unsigned char>(text[run]);
+            if (c < 0x20 || c == '"' || c == '\\' || c >= 0x80) break;
+            ++run;
+        }
+        out.append(text.data() + i, run - i);
+        i = run;
+        if (i == text.size()) break;
+
+        const unsigned char c = static_cast<unsigned char>(text[i]);
         if (c == '"' || c == '\\') {
             out.push_back('\\');
             out.push_back(static_cast<char>(c));
@@ -266,12 +275,17 @@ void writeJSONString(std::string& out, std::string_view text) {
                     out.push_back(kHex[c >> 4]);
                     out.push_back(kHex[c & 15]);
             }
-        } else if (c < 0x80 || valid) {
-            out.push_back(static_cast<char>(c));
         } else {
+            // Paths and log text may hold bytes that are not UTF-8; replace those rather
+            // than write a file that no reader will accept.
+            if (!checkedUTF8) {
+                validUTF8 = simdjson::validate_utf8(text.data(), text.size());
+                checkedUTF8 = true;
+            }
             size_t length = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
-            if (length > 1 && i + length <= text.size() &&
-                simdjson::validate_utf8(text.data() + i, length)) {
+            if (validUTF8 || (length > 1 && i + length <= text.size() &&
+                              simdjson::validate_utf8(text.data() + i, length))) {
+                length = std::min(length, text.size() - i);
                 out.append(text.data() + i, length);
                 i += length;
                 continue;
