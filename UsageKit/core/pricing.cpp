@@ -86,10 +86,7 @@ Pricing Pricing::load() {
 }
 
 void Pricing::save() const {
-    try {
-        Store::save(*this, file());
-    } catch (const std::exception&) {
-    }
+    Store::saveQuietly(*this, file());
 }
 
 namespace {

@@ -22,12 +22,7 @@ ScanCache ScanCache::load() {
 }
 
 void ScanCache::save() {
-    if (!changed) return;
-    try {
-        Store::save(*this, file());
-        changed = false;
-    } catch (const std::exception&) {
-    }
+    if (changed && Store::saveQuietly(*this, file())) changed = false;
 }
 
 ScanCache::Stamp ScanCache::stamp(const std::filesystem::path& path) {

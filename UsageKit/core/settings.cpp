@@ -25,10 +25,7 @@ TallySettings TallySettings::load() {
 }
 
 void TallySettings::save() const {
-    try {
-        Store::save(*this, file());
-    } catch (const std::exception&) {
-    }
+    Store::saveQuietly(*this, file());
 }
 
 void TallySettings::encode(JsonWriter& w) const {

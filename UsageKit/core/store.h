@@ -50,6 +50,19 @@ void save(const T& value, const fs::path& path) {
     saveData(jsonData(value, true), path);
 }
 
+// For state whose loss costs nothing but a recomputation (caches, announced keys,
+// settings re-saved on the next change): a failed save is not reported. Returns whether
+// the file was written.
+template <class T>
+bool saveQuietly(const T& value, const fs::path& path) noexcept {
+    try {
+        save(value, path);
+        return true;
+    } catch (const std::exception&) {
+        return false;
+    }
+}
+
 template <class T>
 std::pair<std::optional<T>, std::optional<fs::path>> loadState(const fs::path& path) {
     std::error_code ec;

@@ -99,10 +99,7 @@ PlanLimitsStore::Snapshot PlanLimitsStore::refresh(Date now, Notifier* notifier)
         snapshot.announced.erase(snapshot.announced.begin(),
                                  snapshot.announced.end() - kAnnouncedLimit);
 
-    try {
-        Store::save(snapshot, file());
-    } catch (const std::exception&) {
-    }
+    Store::saveQuietly(snapshot, file());
 
     if (notifier)
         for (const Crossing& crossing : crossed)

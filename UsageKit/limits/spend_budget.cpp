@@ -42,10 +42,7 @@ std::vector<SpendBudget> SpendBudget::load() {
 }
 
 void SpendBudget::save(const std::vector<SpendBudget>& budgets) {
-    try {
-        Store::save(budgets, file());
-    } catch (const std::exception&) {
-    }
+    Store::saveQuietly(budgets, file());
 }
 
 void SpendBudget::encode(JsonWriter& w) const {
@@ -129,10 +126,7 @@ Announced Announced::load() {
 }
 
 void Announced::save() const {
-    try {
-        Store::save(*this, file());
-    } catch (const std::exception&) {
-    }
+    Store::saveQuietly(*this, file());
 }
 
 void Announced::encode(JsonWriter& w) const {

@@ -18,11 +18,8 @@ void AppLedger::append(const UsageRecord& record) {
     records.push_back(record);
     if (records.size() > kLimit)
         records.erase(records.begin(), records.end() - static_cast<std::ptrdiff_t>(kLimit));
-    try {
-        Store::save(records, file());
-    } catch (const std::exception&) {
-        // Losing one record is better than failing the caller's work over bookkeeping.
-    }
+    // Losing one record is better than failing the caller's work over bookkeeping.
+    Store::saveQuietly(records, file());
 }
 
 std::vector<UsageRecord> AppLedger::scan(ScanCache&) const {
