@@ -1,10 +1,10 @@
 #include "sources/sqlite_read.h"
 
 #include "core/text.h"
+#include "support/sqlite_file.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 namespace usagekit {
 namespace {
@@ -14,13 +14,8 @@ namespace fs = std::filesystem;
 class SQLiteReadTest : public testing::TempHome {
   protected:
     fs::path database(const fs::path& relative, const char* sql) {
-        fs::path path = home / relative;
-        fs::create_directories(path.parent_path());
-        sqlite3* db = nullptr;
-        EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(db, sql, nullptr, nullptr, nullptr), SQLITE_OK) << sql;
-        sqlite3_close(db);
-        return path;
+        testing::SQLiteFile(home / relative, sql);
+        return home / relative;
     }
 
     static std::string failureOf(const fs::path& path, const std::string& sql) {
