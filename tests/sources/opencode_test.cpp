@@ -1,14 +1,13 @@
 #include "sources/opencode.h"
 
-#include "core/line_reader.h"
 #include "core/paths.h"
 #include "core/scan_cache.h"
 #include "sources/sqlite_read.h"
 #include "support/record_text.h"
+#include "support/sqlite_file.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <algorithm>
 
@@ -18,42 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::describe;
 
-// A database as OpenCode keeps one, in WAL mode. The connection stays open, so the rows
-// live in the write-ahead log, as they do while OpenCode runs.
-class OpenCodeDatabase {
-  public:
-    OpenCodeDatabase(const fs::path& path, const char* schema) {
-        fs::create_directories(path.parent_path());
-        EXPECT_EQ(sqlite3_open(path.c_str(), &m_db), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(m_db, schema, nullptr, nullptr, nullptr), SQLITE_OK);
-    }
-    ~OpenCodeDatabase() { sqlite3_close(m_db); }
-
-    // Each line of the fixture: {"id", "session_id", "data"}.
-    void add(const fs::path& fixture) {
-        sqlite3_stmt* insert = nullptr;
-        sqlite3_prepare_v2(m_db, "INSERT INTO message VALUES (?, ?, 0, 0, ?)", -1, &insert,
-                           nullptr);
-        JSONParser parser;
-        Scan::forEachLineInFile(fixture, [&](std::string_view line) {
-            JSON row = *parser.parse(line);
-            JsonWriter data(false);
-            row["data"].write(data);
-            const std::string_view fields[] = {*row["id"].string(), *row["session_id"].string(),
-                                               data.text()};
-            for (int i = 0; i < 3; ++i)
-                sqlite3_bind_text(insert, i + 1, fields[i].data(),
-                                  static_cast<int>(fields[i].size()), SQLITE_TRANSIENT);
-            EXPECT_EQ(sqlite3_step(insert), SQLITE_DONE);
-            sqlite3_reset(insert);
-        });
-        sqlite3_finalize(insert);
-    }
-
-  private:
-    sqlite3* m_db = nullptr;
-};
-
+// OpenCode's tables, in WAL mode as OpenCode keeps them.
 constexpr const char* kSchema =
     "PRAGMA journal_mode=WAL; CREATE TABLE session (id TEXT PRIMARY KEY, data TEXT);"
     "CREATE TABLE message (id TEXT PRIMARY KEY, session_id TEXT NOT NULL, time_created INTEGER "
@@ -78,8 +42,17 @@ TEST(OpenCodeQuery, IsTheFifteenLinesExactly) {
 }
 
 TEST_F(OpenCodeTest, ScanReadsAssistantMessagesWithTokensFromALiveDatabase) {
-    OpenCodeDatabase db(TallyPaths::openCodeDatabase(), kSchema);
-    db.add(testing::fixture("opencode/message_rows.jsonl"));
+    // Each line of the fixture is one row: {"id", "session_id", "data"}.
+    std::string rows = testing::readText(testing::fixture("opencode/message_rows.jsonl"));
+    rows.pop_back();
+    std::replace(rows.begin(), rows.end(), '\n', ',');
+    // The connection stays open, so the rows live in the write-ahead log, as they do while
+    // OpenCode runs.
+    testing::SQLiteFile db(TallyPaths::openCodeDatabase(),
+                           std::string(kSchema) +
+                               "INSERT INTO message SELECT value->>'id', value->>'session_id', 0, "
+                               "0, value->'data' FROM json_each('[" +
+                               rows + "]');");
     const fs::path wal = TallyPaths::openCodeDatabase().string() + "-wal";
     ASSERT_TRUE(fs::exists(wal) && fs::file_size(wal) > 0);
 
@@ -103,7 +76,7 @@ TEST_F(OpenCodeTest, NoDatabaseIsNothingAndNoTableIsSQLitesFailure) {
     EXPECT_TRUE(OpenCodeSource().scan(cache).empty());
     EXPECT_FALSE(fs::exists(TallyPaths::openCodeDatabase().parent_path()));
 
-    OpenCodeDatabase db(TallyPaths::openCodeDatabase(), "CREATE TABLE session (id TEXT);");
+    testing::SQLiteFile db(TallyPaths::openCodeDatabase(), "CREATE TABLE session (id TEXT);");
     try {
         OpenCodeSource().scan(cache);
         ADD_FAILURE() << "the scan should have failed";
