@@ -25,7 +25,9 @@ UsageRecord numbered(int n, const Provider& provider = Provider::claudeCode) {
 
 class AppLedgerTest : public testing::TempHome {};
 
-TEST_F(AppLedgerTest, AppendsKeepOrderAndEachRecordsProvider) {
+TEST_F(AppLedgerTest, AppendsKeepOrderAndEachRecordsProviderAndReadingCreatesNothing) {
+    EXPECT_TRUE(AppLedger::all().empty());
+    EXPECT_FALSE(fs::exists(AppLedger::file()));
     AppLedger::append(numbered(1, Provider::openAI));
     AppLedger::append(numbered(2));
     EXPECT_EQ(AppLedger::file(), support / "app-usage.json");
@@ -59,11 +61,6 @@ TEST_F(AppLedgerTest, ADamagedFileReadsAsEmptyAndTheNextAppendReplacesIt) {
         AppLedger::append(numbered(7));
         EXPECT_EQ(AppLedger::all(), std::vector<UsageRecord>{numbered(7)}) << damaged;
     }
-}
-
-TEST_F(AppLedgerTest, ReadingAMissingFileCreatesNothing) {
-    EXPECT_TRUE(AppLedger::all().empty());
-    EXPECT_FALSE(fs::exists(AppLedger::file()));
 }
 
 }  // namespace
