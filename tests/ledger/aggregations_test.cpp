@@ -30,27 +30,20 @@ class Aggregations : public ::testing::Test {
     }()};
 };
 
-TEST_F(Aggregations, SeatCostIsEquivalentAndMeteredCostIsBilled) {
-    Totals t = ledger.totals({rec(Provider::claudeCode, "three-in", 1'000'000),
-                              rec(Provider::openAI, "gpt-5", 1'000'000)});
+TEST_F(Aggregations, SeatCostIsEquivalentMeteredIsBilledAndReasoningIsOutputButForCodex) {
+    UsageRecord reasoning = rec(Provider::openAI, "gpt-5", 0), codexReasoning = reasoning;
+    reasoning.reasoning = codexReasoning.reasoning = 1'000'000;
+    codexReasoning.provider = Provider::codexCLI;
+    Totals t =
+        ledger.totals({rec(Provider::claudeCode, "three-in", 1'000'000),
+                       rec(Provider::openAI, "gpt-5", 1'000'000), reasoning, codexReasoning});
     EXPECT_EQ(t.equivalentUSD, 3.0);
-    EXPECT_EQ(t.billedUSD, 1.25);
-    EXPECT_EQ(t.allUSD(), 4.25);
-    EXPECT_EQ(t.tokens, 2'000'000);
-    EXPECT_EQ(t.calls, 2);
+    EXPECT_EQ(t.billedUSD, 1.25 + 10.0);
+    EXPECT_EQ(t.allUSD(), 14.25);
+    EXPECT_EQ(t.tokens, 2'000'000);  // reasoning is never a token in the totals
+    EXPECT_EQ(t.reasoning, 2'000'000);
+    EXPECT_EQ(t.calls, 4);
     EXPECT_EQ(t.uncachedInput, 2'000'000);
-}
-
-TEST_F(Aggregations, ReasoningCostsOutputEverywhereButCodex) {
-    UsageRecord api = rec(Provider::openAI, "gpt-5", 0);
-    api.reasoning = 1'000'000;
-    UsageRecord codex = api;
-    codex.provider = Provider::codexCLI;
-    EXPECT_EQ(ledger.totals({api}).billedUSD, 10.0);
-    EXPECT_EQ(ledger.totals({codex}).equivalentUSD, 0.0);
-    // Reasoning is never a token in the totals.
-    EXPECT_EQ(ledger.totals({api}).tokens, 0);
-    EXPECT_EQ(ledger.totals({api}).reasoning, 1'000'000);
 }
 
 TEST_F(Aggregations, UnpricedModelsAreSortedOnceAndReportedCostsAreNeverUnpriced) {
@@ -103,14 +96,11 @@ TEST_F(Aggregations, SessionLabelsShortenLongIdsAndNameTheProject) {
 }
 
 TEST_F(Aggregations, EqualTokenSlicesKeepTheOrderTheyFirstAppeared) {
-    auto kinds = ledger.byKind({[&] {
-                                    auto r = rec(Provider::claudeCode, "m", 5);
-                                    r.kind = "subagent";
-                                    return r;
-                                }(),
-                                rec(Provider::claudeCode, "m", 5)});
-    EXPECT_EQ(kinds[0].id, "subagent");
-    EXPECT_EQ(kinds[1].id, "session");
+    UsageRecord subagent = rec(Provider::claudeCode, "m", 5);
+    subagent.kind = "subagent";
+    auto kinds = ledger.byKind({subagent, rec(Provider::claudeCode, "m", 5)});
+    ASSERT_EQ(kinds.size(), 2u);
+    EXPECT_EQ(kinds[0].id + " " + kinds[1].id, "subagent session");
 }
 
 TEST_F(Aggregations, CacheSavingsIgnoreReportedCostsAndUnknownModels) {
