@@ -1,6 +1,7 @@
 #include "core/scan.h"
 #include "core/scan_cache.h"
 
+#include "support/records.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -11,26 +12,20 @@ namespace usagekit {
 namespace fs = std::filesystem;
 namespace {
 
-UsageRecord at(const std::string& iso, int64_t input = 10) {
-    UsageRecord r;
-    r.id = "x";
-    r.date = *ISO8601::parse(iso);
-    r.provider = Provider::claudeCode;
-    r.model = "claude-sonnet-4-6";
+UsageRecord logged(const std::string& iso, int64_t input = 10) {
+    UsageRecord r =
+        testing::record(Provider::claudeCode, "claude-sonnet-4-6", input, testing::at(iso));
     r.project = "/w/app";
     r.session = "s1";
-    r.kind = "session";
-    r.calls = 1;
-    r.input = input;
     r.output = 1;
     return r;
 }
 
 TEST(Fold, KeyHoldsTheDayStartAsADoubleText) {
     testing::ScopedTimeZone utc("UTC0");
-    EXPECT_EQ(Scan::foldKey(at("2025-03-01T10:00:00Z")),
+    EXPECT_EQ(Scan::foldKey(logged("2025-03-01T10:00:00Z")),
               "claude-code|claude-sonnet-4-6|1740787200.0|/w/app|s1");
-    UsageRecord bare = at("2025-03-01T10:00:00Z");
+    UsageRecord bare = logged("2025-03-01T10:00:00Z");
     bare.project.reset();
     bare.session.reset();
     EXPECT_EQ(Scan::foldKey(bare), "claude-code|claude-sonnet-4-6|1740787200.0||");
@@ -38,7 +33,8 @@ TEST(Fold, KeyHoldsTheDayStartAsADoubleText) {
 
 TEST(Fold, SameDayRecordsBecomeOneDatedAtTheLatest) {
     testing::ScopedTimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
-    auto folded = Scan::fold({at("2026-06-01T15:00:00Z", 5), at("2026-06-01T07:00:00Z", 7)});
+    auto folded =
+        Scan::fold({logged("2026-06-01T15:00:00Z", 5), logged("2026-06-01T07:00:00Z", 7)});
     ASSERT_EQ(folded.size(), 1u);
     EXPECT_EQ(folded[0].input, 12);
     EXPECT_EQ(folded[0].calls, 2);
@@ -49,14 +45,15 @@ TEST(Fold, SameDayRecordsBecomeOneDatedAtTheLatest) {
 TEST(Fold, LocalMidnightSplitsDaysInTheUsersZone) {
     // 22:59Z and 23:01Z on the same UTC day straddle midnight in Berlin (UTC+1).
     testing::ScopedTimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
-    auto folded = Scan::fold({at("2026-01-10T22:59:00Z"), at("2026-01-10T23:01:00Z")});
+    auto folded = Scan::fold({logged("2026-01-10T22:59:00Z"), logged("2026-01-10T23:01:00Z")});
     EXPECT_EQ(folded.size(), 2u);
     // ...while 23:01Z and 23:30Z share the local day of 11 January.
-    EXPECT_EQ(Scan::fold({at("2026-01-10T23:01:00Z"), at("2026-01-10T23:30:00Z")}).size(), 1u);
+    EXPECT_EQ(Scan::fold({logged("2026-01-10T23:01:00Z"), logged("2026-01-10T23:30:00Z")}).size(),
+              1u);
 }
 
 TEST(Fold, ReportedCostsSumAndStayAbsentWhenNoneIsReported) {
-    UsageRecord a = at("2026-01-10T10:00:00Z"), b = at("2026-01-10T11:00:00Z");
+    UsageRecord a = logged("2026-01-10T10:00:00Z"), b = logged("2026-01-10T11:00:00Z");
     a.reportedCostUSD = 0.10;
     EXPECT_EQ(Scan::fold({a, b})[0].reportedCostUSD, 0.10);
     EXPECT_EQ(Scan::fold({b, a})[0].reportedCostUSD, 0.10);
@@ -64,15 +61,15 @@ TEST(Fold, ReportedCostsSumAndStayAbsentWhenNoneIsReported) {
 }
 
 TEST(Fold, AnOverflowingRecordIsDroppedNotWrapped) {
-    UsageRecord big = at("2026-01-10T10:00:00Z", INT64_MAX - 5);
-    auto folded = Scan::fold({big, at("2026-01-10T11:00:00Z", 100)});
+    UsageRecord big = logged("2026-01-10T10:00:00Z", INT64_MAX - 5);
+    auto folded = Scan::fold({big, logged("2026-01-10T11:00:00Z", 100)});
     ASSERT_EQ(folded.size(), 1u);
     EXPECT_EQ(folded[0].input, INT64_MAX - 5);
     EXPECT_EQ(folded[0].calls, 1);
 }
 
 TEST(Finish, DropsRecordsWithoutTokensBeforeFolding) {
-    UsageRecord empty = at("2026-01-10T10:00:00Z", 0);
+    UsageRecord empty = logged("2026-01-10T10:00:00Z", 0);
     empty.output = 0;
     empty.reasoning = 50;
     EXPECT_TRUE(Scan::finish({empty}).empty());
@@ -107,7 +104,7 @@ class ScanCacheTest : public testing::TempHome {
     ScanCache::Parse counting() {
         return [this](const fs::path&) {
             ++parses;
-            return std::vector<UsageRecord>{at("2026-01-10T10:00:00Z")};
+            return std::vector<UsageRecord>{logged("2026-01-10T10:00:00Z")};
         };
     }
 };
