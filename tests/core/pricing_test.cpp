@@ -1,5 +1,6 @@
 #include "core/pricing.h"
 
+#include "support/records.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -7,14 +8,7 @@
 namespace usagekit {
 namespace {
 
-UsageRecord record(const std::string& model, const Provider& provider = Provider::openAI) {
-    UsageRecord r;
-    r.id = "r";
-    r.provider = provider;
-    r.model = model;
-    r.kind = "api";
-    return r;
-}
+using testing::record;
 
 TEST(Pricing, BuiltInTableKeepsItsExactDoubles) {
     const Pricing& p = Pricing::builtIn();
@@ -57,19 +51,17 @@ TEST(Pricing, KeysWithCapitalsNeverMatch) {
 
 TEST(Pricing, CostIsExactReasoningIsOutputExceptForCodexAndAReportedCostWins) {
     const Pricing& p = Pricing::builtIn();
-    UsageRecord r = record("gpt-5");
-    r.input = 1'000'000;
+    UsageRecord r = record(Provider::openAI, "gpt-5", 1'000'000);
     EXPECT_EQ(p.cost(r), 1.25);
 
-    UsageRecord reasoning = record("gpt-5");
+    UsageRecord reasoning = record(Provider::openAI, "gpt-5", 0);
     reasoning.output = 100;
     reasoning.reasoning = 40;
     EXPECT_EQ(p.cost(reasoning), 10 * (140.0 / 1'000'000));
     reasoning.provider = Provider::codexCLI;
     EXPECT_EQ(p.cost(reasoning), 10 * (100.0 / 1'000'000));
 
-    UsageRecord all = record("claude-sonnet-4-6", Provider::claudeCode);
-    all.input = 3;
+    UsageRecord all = record(Provider::claudeCode, "claude-sonnet-4-6", 3);
     all.output = 120;
     all.cacheRead = 41'000;
     all.cacheWrite = 900;
@@ -77,7 +69,7 @@ TEST(Pricing, CostIsExactReasoningIsOutputExceptForCodexAndAReportedCostWins) {
     EXPECT_EQ(p.cost(all), rate.input * (3 / 1e6) + rate.output * (120 / 1e6) +
                                rate.cacheRead * (41000 / 1e6) + rate.cacheWrite * (900 / 1e6));
 
-    EXPECT_EQ(p.cost(record("mystery-model")), 0.0);
+    EXPECT_EQ(p.cost(record(Provider::openAI, "mystery-model")), 0.0);
 
     // A reported cost wins, even one of zero.
     r.reportedCostUSD = 0.0;
@@ -88,11 +80,8 @@ TEST(Pricing, CostIsExactReasoningIsOutputExceptForCodexAndAReportedCostWins) {
 
 TEST(Pricing, ListCostsSplitByMetering) {
     const Pricing& p = Pricing::builtIn();
-    UsageRecord api = record("gpt-5");
-    api.input = 1'000'000;
-    UsageRecord seat = record("gpt-5", Provider::codexCLI);
-    seat.input = 2'000'000;
-    std::vector<UsageRecord> list{api, seat};
+    std::vector<UsageRecord> list{record(Provider::openAI, "gpt-5", 1'000'000),
+                                  record(Provider::codexCLI, "gpt-5", 2'000'000)};
     EXPECT_EQ(cost({}, p), 0.0);
     EXPECT_EQ(cost(list, p), 3.75);
     EXPECT_EQ(cost(list, p, true), 1.25);
