@@ -1,6 +1,7 @@
 #include "core/usage_record.h"
 #include "core/json_coding.h"
 #include "core/provider.h"
+#include "support/records.h"
 
 #include <gtest/gtest.h>
 
@@ -23,7 +24,6 @@ TEST(Provider, CatalogueNamesSeatsAndOrder) {
     ASSERT_EQ(Provider::all().size(), 16u);
     EXPECT_EQ(Provider::all().front(), Provider::claudeCode);
     EXPECT_EQ(Provider::all().back(), Provider::gumloop);
-    EXPECT_EQ(Provider::codexCLI.name(), "OpenAI Codex CLI");
     EXPECT_EQ(Provider::openAI.shortName(), "OP");
     EXPECT_EQ(Provider::openCode.shortName(), "OP");
     EXPECT_TRUE(Provider::openCode.isMetered());
@@ -43,14 +43,9 @@ TEST(Provider, SortsByDisplayNameNotById) {
 }
 
 UsageRecord sample() {
-    UsageRecord r;
+    UsageRecord r = testing::record(Provider::claudeCode, "claude-sonnet-4-6", 10,
+                                    testing::at("2026-03-01T12:34:56Z"));
     r.id = "req_1";
-    r.date = Date{1772368496};
-    r.provider = Provider::claudeCode;
-    r.model = "claude-sonnet-4-6";
-    r.kind = "session";
-    r.calls = 1;
-    r.input = 10;
     r.output = 5;
     r.cacheRead = 100;
     r.cacheWrite = 20;
@@ -67,16 +62,17 @@ TEST(UsageRecord, TotalLeavesReasoningOut) {
 }
 
 TEST(UsageRecord, ProjectNameIsTheLastPathComponent) {
+    const std::pair<std::optional<std::string>, const char*> cases[] = {
+        {std::nullopt, "\u2014"},
+        {"", "\u2014"},
+        {"/a/b/", "b"},
+        {"/Users/me/src/app", "app"},
+        {"plain", "plain"}};
     UsageRecord r = sample();
-    EXPECT_EQ(r.projectName(), "\u2014");
-    r.project = "";
-    EXPECT_EQ(r.projectName(), "\u2014");
-    r.project = "/a/b/";
-    EXPECT_EQ(r.projectName(), "b");
-    r.project = "/Users/me/src/app";
-    EXPECT_EQ(r.projectName(), "app");
-    r.project = "plain";
-    EXPECT_EQ(r.projectName(), "plain");
+    for (const auto& [project, name] : cases) {
+        r.project = project;
+        EXPECT_EQ(r.projectName(), name) << project.value_or("(none)");
+    }
 }
 
 TEST(UsageRecord, RoundTripsAndLeavesAbsentOptionalsOut) {
