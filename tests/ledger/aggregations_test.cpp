@@ -1,5 +1,6 @@
 #include "ledger/usage_ledger.h"
 
+#include "support/records.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -7,18 +8,10 @@
 namespace usagekit {
 namespace {
 
-UsageRecord rec(const Provider& provider, const std::string& model, int64_t input,
-                int64_t output = 0) {
-    UsageRecord r;
-    r.id = model;
-    r.date = *ISO8601::parse("2026-11-20T12:00:00Z");
-    r.provider = provider;
-    r.model = model;
-    r.kind = "session";
-    r.calls = 1;
-    r.input = input;
-    r.output = output;
-    return r;
+using testing::at;
+
+UsageRecord rec(const Provider& provider, const std::string& model, int64_t input) {
+    return testing::record(provider, model, input, at("2026-11-20T12:00:00Z"));
 }
 
 class Aggregations : public ::testing::Test {
@@ -117,13 +110,13 @@ TEST_F(Aggregations, CacheSavingsIgnoreReportedCostsAndUnknownModels) {
 
 TEST_F(Aggregations, DailyTotalsHaveOnePointPerDayEndingToday) {
     testing::ScopedTimeZone zone("CET-1CEST,M3.5.0,M10.5.0/3");
-    Date now = *ISO8601::parse("2026-11-20T15:00:00Z");
+    Date now = at("2026-11-20T15:00:00Z");
     UsageRecord today = rec(Provider::claudeCode, "three-in", 100);
-    today.date = *ISO8601::parse("2026-11-20T00:30:00Z");  // 01:30 local
+    today.date = at("2026-11-20T00:30:00Z");  // 01:30 local
     UsageRecord threeAgo = rec(Provider::openAI, "gpt-5", 50);
-    threeAgo.date = *ISO8601::parse("2026-11-16T23:30:00Z");  // 17 Nov 00:30 local
+    threeAgo.date = at("2026-11-16T23:30:00Z");  // 17 Nov 00:30 local
     UsageRecord old = rec(Provider::openAI, "gpt-5", 7);
-    old.date = *ISO8601::parse("2026-10-01T10:00:00Z");
+    old.date = at("2026-10-01T10:00:00Z");
     auto series = ledger.dailyTotals({today, threeAgo, old}, 7, now);
     ASSERT_EQ(series.size(), 7u);
     EXPECT_EQ(ISO8601::format(series.back().day), "2026-11-19T23:00:00Z");
@@ -141,22 +134,22 @@ TEST_F(Aggregations, DailyPointsArePerProviderAndDayWithinTheBounds) {
     testing::ScopedTimeZone utc("UTC0");
     UsageRecord a = rec(Provider::openAI, "gpt-5", 10), b = rec(Provider::claudeCode, "x", 20);
     UsageRecord c = rec(Provider::openAI, "gpt-5", 5);
-    c.date = *ISO8601::parse("2026-11-22T01:00:00Z");
+    c.date = at("2026-11-22T01:00:00Z");
     auto points = ledger.daily({a, b, c, a});
     ASSERT_EQ(points.size(), 3u);
     EXPECT_EQ(points[0].provider, Provider::claudeCode);  // same day: by provider name
     EXPECT_EQ(points[1].tokens, 20);
     EXPECT_EQ(points[2].tokens, 5);
-    EXPECT_EQ(ledger.daily({a, c}, *ISO8601::parse("2026-11-21T00:00:00Z")).size(), 1u);
+    EXPECT_EQ(ledger.daily({a, c}, at("2026-11-21T00:00:00Z")).size(), 1u);
 }
 
 TEST(Since, KeepsTheSameClockTimeDaysAgoAndEverythingForZero) {
     testing::ScopedTimeZone zone("EST5EDT,M3.2.0,M11.1.0");
     UsageLedger ledger(Pricing::builtIn());
-    Date now = *ISO8601::parse("2026-11-20T20:00:00Z");  // 15:00 local
+    Date now = at("2026-11-20T20:00:00Z");  // 15:00 local
     UsageRecord edge = rec(Provider::claudeCode, "m", 1), before = edge;
-    edge.date = *ISO8601::parse("2026-11-13T20:00:00Z");
-    before.date = *ISO8601::parse("2026-11-13T19:59:00Z");
+    edge.date = at("2026-11-13T20:00:00Z");
+    before.date = at("2026-11-13T19:59:00Z");
     ledger.records = {edge, before};
     EXPECT_EQ(ledger.since(7, now).size(), 1u);
     EXPECT_EQ(ledger.since(0, now).size(), 2u);
