@@ -1,6 +1,7 @@
 #include "ledger/usage_export.h"
 
 #include "core/json.h"
+#include "support/records.h"
 
 #include <gtest/gtest.h>
 
@@ -8,14 +9,8 @@ namespace usagekit {
 namespace {
 
 UsageRecord rec(const std::string& iso, const Provider& provider, const std::string& model) {
-    UsageRecord r;
-    r.id = model;
-    r.date = *ISO8601::parse(iso);
-    r.provider = provider;
-    r.model = model;
-    r.kind = "session";
+    UsageRecord r = testing::record(provider, model, 1000, testing::at(iso));
     r.calls = 2;
-    r.input = 1000;
     r.output = 10;
     return r;
 }
@@ -69,9 +64,7 @@ TEST(Export, JSONKeepsFullCostPrecisionAndSortsKeys) {
     std::string json = UsageExport::json({r}, Pricing::builtIn());
     EXPECT_NE(json.find("\"costUSD\" : 0.1234567"), std::string::npos);
     EXPECT_NE(json.find("\"project\" : \"/a/b\""), std::string::npos);
-    EXPECT_LT(json.find("\"cacheRead\""), json.find("\"session\"") == std::string::npos
-                                              ? json.size()
-                                              : json.find("\"session\""));
+    EXPECT_LT(json.find("\"cacheRead\""), json.find("\"project\""));
     EXPECT_LT(json.find("\"metered\" : false"), json.find("\"model\""));
 }
 
