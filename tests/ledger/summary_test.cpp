@@ -1,5 +1,6 @@
 #include "ledger/summary.h"
 
+#include "support/records.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -9,28 +10,13 @@ namespace {
 
 UsageRecord rec(const std::string& iso, const Provider& provider, const std::string& model,
                 int64_t input) {
-    UsageRecord r;
-    r.id = iso;
-    r.date = *ISO8601::parse(iso);
-    r.provider = provider;
-    r.model = model;
-    r.kind = "session";
-    r.calls = 1;
-    r.input = input;
-    return r;
-}
-
-TEST(Summary, AnEmptyLedgerPrintsZeros) {
-    UsageLedger ledger(Pricing::builtIn());
-    EXPECT_EQ(Summary::local(ledger),
-              "today $0.00 \u00B7 month $0.00 \u00B7 all $0.00 billed $0.00 equivalent $0.00 "
-              "\u00B7 0 records\n");
+    return testing::record(provider, model, input, testing::at(iso));
 }
 
 TEST(Summary, FirstLineIsPlainAndProviderLinesAreGrouped) {
     testing::ScopedTimeZone zone("EST5EDT,M3.2.0,M11.1.0");
     UsageLedger ledger(Pricing::builtIn());
-    Date now = *ISO8601::parse("2026-11-20T20:00:00Z");  // 15:00 local, 20 November
+    Date now = testing::at("2026-11-20T20:00:00Z");  // 15:00 local, 20 November
     ledger.records = {
         // 10,000M input tokens of claude-sonnet-4-6 at $3: $30,000.00 of seat value, today.
         rec("2026-11-20T06:00:00Z", Provider::claudeCode, "claude-sonnet-4-6", 10'000'000'000),
