@@ -2,6 +2,7 @@
 
 #include "core/scan_cache.h"
 #include "sources/app_ledger.h"
+#include "support/records.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -11,14 +12,8 @@ namespace fs = std::filesystem;
 namespace {
 
 UsageRecord rec(const Provider& provider, const std::string& session, double when) {
-    UsageRecord r;
-    r.id = provider.id + session;
-    r.date = Date{when};
-    r.provider = provider;
-    r.model = "m";
+    UsageRecord r = testing::record(provider, "m", 1, Date{when});
     if (!session.empty()) r.session = session;
-    r.kind = "session";
-    r.input = 1;
     return r;
 }
 
