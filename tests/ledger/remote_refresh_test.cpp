@@ -1,19 +1,14 @@
 #include "ledger/usage_ledger.h"
 
+#include "support/records.h"
+
 #include <gtest/gtest.h>
 
 namespace usagekit {
 namespace {
 
 UsageRecord rec(const Provider& provider, double when) {
-    UsageRecord r;
-    r.id = provider.id;
-    r.date = Date{when};
-    r.provider = provider;
-    r.model = "m";
-    r.kind = "api";
-    r.input = 1;
-    return r;
+    return testing::record(provider, "m", 1, Date{when});
 }
 
 ProviderBalance balance(const Provider& provider, const std::string& label) {
@@ -23,33 +18,27 @@ ProviderBalance balance(const Provider& provider, const std::string& label) {
     return b;
 }
 
+// Remote sources that answer fixed results and note the order in which they were called.
 struct Calls {
     std::vector<std::string> order;
+    template <class Result>
+    std::function<Result()> noted(const char* name, Result result) {
+        return [this, name, result] {
+            order.push_back(name);
+            return result;
+        };
+    }
     UsageLedger::RemoteSources sources() {
-        UsageLedger::RemoteSources s;
-        auto records = [this](const char* name, std::vector<UsageRecord> result) {
-            return [this, name, result] {
-                order.push_back(name);
-                return result;
-            };
-        };
-        s.anthropic = records("anthropic", {rec(Provider::anthropic, 300)});
-        s.openAI = records("openai", {rec(Provider::openAI, 100)});
-        s.openRouterActivity = records("openrouter", {});
-        s.cursor = records("cursor", {rec(Provider::cursorAgent, 200)});
-        s.xai = [this] {
-            order.push_back("xai");
-            return std::vector<ProviderBalance>{balance(Provider::xai, "Prepaid balance")};
-        };
-        s.deepSeek = [this] {
-            order.push_back("deepseek");
-            return std::vector<ProviderBalance>{balance(Provider::deepSeek, "Balance")};
-        };
-        s.openRouterCredits = [this] {
-            order.push_back("credits");
-            return std::optional<ProviderBalance>(balance(Provider::openRouter, "Credits left"));
-        };
-        return s;
+        using Records = std::vector<UsageRecord>;
+        using Balances = std::vector<ProviderBalance>;
+        return {.anthropic = noted("anthropic", Records{rec(Provider::anthropic, 300)}),
+                .openAI = noted("openai", Records{rec(Provider::openAI, 100)}),
+                .openRouterActivity = noted("openrouter", Records{}),
+                .cursor = noted("cursor", Records{rec(Provider::cursorAgent, 200)}),
+                .xai = noted("xai", Balances{balance(Provider::xai, "Prepaid balance")}),
+                .deepSeek = noted("deepseek", Balances{balance(Provider::deepSeek, "Balance")}),
+                .openRouterCredits =
+                    noted("credits", std::optional(balance(Provider::openRouter, "Credits left")))};
     }
 };
 
