@@ -1,6 +1,7 @@
 #include "limits/spend_budget.h"
 
 #include "support/recording_notifier.h"
+#include "support/records.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -13,9 +14,7 @@ using Period = SpendBudget::Period;
 // New York in winter (UTC-5): 2026-01-15 starts at 1768453200 (05:00Z).
 constexpr const char* kZone = "EST5";
 
-Date at(const char* iso) {
-    return *ISO8601::parse(iso);
-}
+using testing::at;
 
 BudgetReading reading(Period period, double cap, double spent) {
     return BudgetReading{SpendBudget{"B1", "Claude", std::nullopt, period, cap}, spent};
@@ -49,10 +48,7 @@ TEST(BudgetCrossings, EachThresholdIsAnnouncedOncePerBudgetAndPeriod) {
 TEST(BudgetReadings, CountOnlyThisPeriodAndTheBudgetsProvider) {
     testing::ScopedTimeZone zone(kZone);
     auto row = [](const char* iso, double usd, const Provider& provider) {
-        UsageRecord r;
-        r.date = at(iso);
-        r.provider = provider;
-        r.model = "claude-sonnet-4-6";
+        UsageRecord r = testing::record(provider, "claude-sonnet-4-6", 1, at(iso));
         r.reportedCostUSD = usd;
         return r;
     };
