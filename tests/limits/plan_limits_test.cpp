@@ -1,5 +1,6 @@
 #include "limits/plan_limits.h"
 
+#include "support/records.h"
 #include "support/temp_home.h"
 
 #include <gtest/gtest.h>
@@ -9,9 +10,7 @@ namespace {
 
 using Window = PlanLimits::Window;
 
-Date at(const char* iso) {
-    return *ISO8601::parse(iso);
-}
+using testing::at;
 
 // Thursday 13:00 in New York (EST5).
 const Date kNow = at("2026-01-15T18:00:00Z");
