@@ -125,19 +125,11 @@ TEST_F(GeminiTest, OlderSessionDocumentsAreReadWhole) {
                      "session calls=2 in=270 out=30 cr=30 cw=0 rs=5"}));
     // Without a sessionId the file's name is the session; a ".json" file that is no
     // document is read as lines.
-    auto document =
-        write(".gemini/tmp/p/chats/session-abc.json",
-              R"({"messages":[{"timestamp":"2026-04-02T08:00:05Z","tokens":{"input":3}}]})");
-    auto linesInJson = write(".gemini/tmp/p/chats/session-def.json",
-                             R"({"sessionId":"s9","model":"gemini-2.5-pro"})"
-                             "\n"
-                             R"({"timestamp":"2026-04-02T08:00:05Z","tokens":{"input":4}})");
-    EXPECT_EQ(describe(GeminiCLISource::parseFile(document)),
-              (Lines{"gemini-cli|gemini|1775088000.0||session-abc @2026-04-02T08:00:05Z session "
-                     "calls=1 in=3 out=0 cr=0 cw=0 rs=0"}));
-    EXPECT_EQ(
-        describe(GeminiCLISource::parseFile(linesInJson)),
-        (Lines{kPro + "|s9 @2026-04-02T08:00:05Z session calls=1 in=4 out=0 cr=0 cw=0 rs=0"}));
+    EXPECT_EQ(parsed("gemini/document_without_session_id.json"),
+              Lines{"gemini-cli|gemini|1775088000.0||document_without_session_id "
+                    "@2026-04-02T08:00:05Z session calls=1 in=3 out=0 cr=0 cw=0 rs=0"});
+    EXPECT_EQ(parsed("gemini/lines_in_a_json_file.json"),
+              Lines{kPro + "|s9 @2026-04-02T08:00:05Z session calls=1 in=4 out=0 cr=0 cw=0 rs=0"});
 }
 
 TEST_F(GeminiTest, FilesAreChatsOfBothHomesWithoutCheckpoints) {
