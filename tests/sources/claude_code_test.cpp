@@ -15,10 +15,7 @@ using Lines = std::vector<std::string>;
 const std::string kSession = "5e0c7a1e-3b2d-4c8f-9a61-2f7d1c0b9e44";
 const std::string kDay = "|1772409600.0|";  // 2 March 2026, UTC
 
-class ClaudeCodeSourceTest : public testing::TempHome {
-  protected:
-    testing::ScopedTimeZone m_utc{"UTC0"};
-};
+using ClaudeCodeSourceTest = testing::UTCHome;
 
 TEST_F(ClaudeCodeSourceTest, ScanCountsEachRequestOnceAndSubagentLogsApart) {
     const std::string project = ".claude/projects/-home-ana-src-app/";

@@ -24,10 +24,7 @@ std::string key(int day, const std::string& project, const std::string& session,
            project + "|" + session;
 }
 
-class CodexCLISourceTest : public testing::TempHome {
-  protected:
-    testing::ScopedTimeZone m_utc{"UTC0"};
-};
+using CodexCLISourceTest = testing::UTCHome;
 
 TEST_F(CodexCLISourceTest, ScanReadsRolloutLogsOfSessionsThenArchive) {
     const std::string day = ".codex/sessions/2026/05/01/";

@@ -28,10 +28,7 @@ std::string june10(const std::string& model, const std::string& rest) {
     return "github-copilot|" + model + "|1717977600.0||" + rest;
 }
 
-class CopilotTest : public testing::TempHome {
-  protected:
-    testing::ScopedTimeZone m_utc{"UTC0"};
-};
+using CopilotTest = testing::UTCHome;
 
 TEST_F(CopilotTest, SpellingsTimesAndModelsOfEveryClient) {
     // An event without usage, a line in seconds, one in milliseconds, a "usage" of null

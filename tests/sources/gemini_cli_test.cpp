@@ -25,10 +25,7 @@ Lines parsed(const char* fixture) {
     return describe(GeminiCLISource::parseFile(testing::fixture(fixture)));
 }
 
-class GeminiTest : public testing::TempHome {
-  protected:
-    testing::ScopedTimeZone m_utc{"UTC0"};
-};
+using GeminiTest = testing::UTCHome;
 
 TEST(GeminiTokenCounts, EverySpellingAndFallbackIsRead) {
     const std::pair<const char*, std::optional<Counts>> cases[] = {

@@ -10,10 +10,7 @@ namespace {
 
 using testing::describe;
 
-class GrokCLISourceTest : public testing::TempHome {
-  protected:
-    testing::ScopedTimeZone m_utc{"UTC0"};
-};
+using GrokCLISourceTest = testing::UTCHome;
 
 TEST_F(GrokCLISourceTest, ScanMakesOneRecordPerModelOfEachCompletedTurn) {
     copyFixture("grok/two_models_per_turn.jsonl", ".grok/sessions/my%20app/sess-a1/updates.jsonl");

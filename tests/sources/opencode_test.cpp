@@ -27,10 +27,7 @@ std::optional<UsageRecord> record(const std::string& row) {
     return OpenCodeSource::record(JSONDocument::parse(row)->root());
 }
 
-class OpenCodeTest : public testing::TempHome {
-  protected:
-    testing::ScopedTimeZone m_utc{"UTC0"};
-};
+using OpenCodeTest = testing::UTCHome;
 
 TEST(OpenCodeQuery, IsTheFifteenLinesExactly) {
     const std::string_view query = OpenCodeSource::kQuery;

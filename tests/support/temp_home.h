@@ -56,6 +56,12 @@ class TempHome : public ::testing::Test {
     std::optional<ScopedEnv> m_home, m_support, m_xdgConfig, m_xdgData, m_gemini;
 };
 
+// A TempHome in UTC, for readers' tests whose folded records name their day's start in UTC.
+class UTCHome : public TempHome {
+  protected:
+    ScopedTimeZone utc{"UTC0"};
+};
+
 fs::path makeTempDirectory(const std::string& prefix);
 std::string readText(const fs::path& path);
 void writeText(const fs::path& path, const std::string& text);
