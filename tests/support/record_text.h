@@ -2,12 +2,17 @@
 // readable comparison and a failure shows which field differs:
 //   <id> @<ISO date> <kind> calls=2 in=8 out=470 cr=83000 cw=1100 rs=0 [cost=2.5]
 // The id of a folded record already spells provider, model, day, project and session.
+// A fixture's expected records sit beside it in a ".expected" file of such lines.
 #pragma once
 
 #include "core/date.h"
 #include "core/usage_record.h"
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -28,6 +33,18 @@ inline std::vector<std::string> describe(const std::vector<UsageRecord>& records
     for (const UsageRecord& r : records)
         lines.push_back(describe(r));
     std::sort(lines.begin(), lines.end());
+    return lines;
+}
+
+// The records a fixture must give: tests/data/<relative> with its extension replaced by
+// ".expected", one describe() line each, in sorted order.
+inline std::vector<std::string> expectedRecords(const std::string& relative) {
+    const fs::path path = fixture(relative).replace_extension(".expected");
+    std::ifstream in(path);
+    if (!in) ADD_FAILURE() << "no " << path;
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
     return lines;
 }
 
