@@ -61,59 +61,33 @@ TEST_F(CodexCLISourceTest, ScanReadsRolloutLogsOfSessionsThenArchive) {
 }
 
 TEST_F(CodexCLISourceTest, EachFixtureGivesExactlyItsRecords) {
-    auto turn = [](int day, const std::string& project, const std::string& session,
-                   const std::string& counts, const std::string& kind = "session",
-                   const std::string& model = "gpt-5-codex") {
-        return key(day, project, session, model) + " @2026-05-0" + std::to_string(day) +
-               "T12:00:00Z " + kind + " calls=1 " + counts;
-    };
-    const struct {
-        const char* fixture;
-        Lines expected;
-    } cases[] = {
-        // Junk holding "token_count", totals of 1e300 (dropped, so the next event counts
-        // from the last good totals), an input of "1500" as a string, a last line cut off.
-        {"codex/cut_mid_line.jsonl",
-         {key(3, "/w/app", "019f3333-0000-7000-8000-000000000003") +
-          " @2026-05-03T10:00:07Z session calls=2 in=1100 out=150 cr=400 cw=0 rs=0"}},
-        // More newly cached than new input stops uncached input at 0; when only reasoning
-        // goes back the turn is all of the new totals; same input but more output is a
-        // turn, not a repeat.
-        {"codex/totals_going_back.jsonl",
-         {turn(1, "/w", "totals_going_back", "in=80 out=10 cr=20 cw=0 rs=0"),
-          turn(2, "/w", "totals_going_back", "in=0 out=20 cr=70 cw=0 rs=0"),
-          turn(3, "/w", "totals_going_back", "in=50 out=10 cr=0 cw=0 rs=3"),
-          turn(4, "/w", "totals_going_back", "in=200 out=50 cr=100 cw=0 rs=1"),
-          turn(5, "/w", "totals_going_back", "in=0 out=10 cr=0 cw=0 rs=0")}},
-        // Before any model, and with a timestamp that does not parse, an event makes no
-        // record but still becomes the totals the next event is measured from.
-        {"codex/totals_without_a_record.jsonl",
-         {turn(3, "/w", "totals_without_a_record", "in=50 out=5 cr=0 cw=0 rs=0")}},
-        // r1 before any model makes no record yet claims its key; without a response id the
-        // timestamp is the key; the totals beside the records are not counted.
-        {"codex/record_keys.jsonl",
-         {turn(3, "/w", "record_keys", "in=200 out=30 cr=100 cw=0 rs=0")}},
-        // Each session_meta sets the flag anew: parent thread id, a source whose subagent
-        // is null, one whose subagent is an object, a plain source.
-        {"codex/sub_thread_flags.jsonl",
-         {turn(1, "/w", "a", "in=10 out=1 cr=0 cw=0 rs=0", "subagent"),
-          turn(2, "/w", "b", "in=10 out=1 cr=0 cw=0 rs=0"),
-          turn(3, "/w", "c", "in=10 out=1 cr=0 cw=0 rs=0", "subagent"),
-          turn(4, "/w", "d", "in=10 out=1 cr=0 cw=0 rs=0")}},
-        // The file's name is the session until a session_meta; the first turn_context's
-        // cwd is the project until then, later ones do not replace it.
-        {"codex/no_session_meta.jsonl",
-         {turn(1, "/first", "no_session_meta", "in=10 out=1 cr=0 cw=0 rs=0"),
-          turn(2, "/first", "no_session_meta", "in=10 out=1 cr=0 cw=0 rs=0", "session", "gpt-5"),
-          turn(3, "/meta", "s2", "in=10 out=1 cr=0 cw=0 rs=0", "session", "gpt-5")}},
-    };
-    for (const auto& c : cases) {
-        const auto path = testing::fixture(c.fixture);
+    for (const char* fixture : {
+             // Junk holding "token_count", totals of 1e300 (dropped, so the next event counts
+             // from the last good totals), an input of "1500" as a string, a last line cut off.
+             "codex/cut_mid_line.jsonl",
+             // More newly cached than new input stops uncached input at 0; when only
+             // reasoning goes back the turn is all of the new totals; same input but more
+             // output is a turn, not a repeat.
+             "codex/totals_going_back.jsonl",
+             // Before any model, and with a timestamp that does not parse, an event makes no
+             // record but still becomes the totals the next event is measured from.
+             "codex/totals_without_a_record.jsonl",
+             // r1 before any model makes no record yet claims its key; without a response id
+             // the timestamp is the key; the totals beside the records are not counted.
+             "codex/record_keys.jsonl",
+             // Each session_meta sets the flag anew: parent thread id, a source whose
+             // subagent is null, one whose subagent is an object, a plain source.
+             "codex/sub_thread_flags.jsonl",
+             // The file's name is the session until a session_meta; the first turn_context's
+             // cwd is the project until then, later ones do not replace it.
+             "codex/no_session_meta.jsonl",
+         }) {
+        const auto path = testing::fixture(fixture);
         const auto records = CodexCLISource::parse(path);
-        EXPECT_EQ(describe(records), c.expected) << c.fixture;
+        EXPECT_EQ(describe(records), testing::expectedRecords(fixture)) << fixture;
         // The streamed file and the text in memory go through the same line rules.
         EXPECT_EQ(records, CodexCLISource::parse(testing::readText(path), path.stem().string()))
-            << c.fixture;
+            << fixture;
     }
 }
 
