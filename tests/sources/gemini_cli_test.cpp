@@ -21,10 +21,6 @@ const std::string kPro = "gemini-cli|gemini-2.5-pro|1775088000.0|";
 const std::string kFlash = "gemini-cli|gemini-2.5-flash|1775088000.0|";
 const std::string kSession = "3bac0f3e-5a1d-4c57-9a57-1f0e2d7c9b11";
 
-Lines parsed(const char* fixture) {
-    return describe(GeminiCLISource::parseFile(testing::fixture(fixture)));
-}
-
 using GeminiTest = testing::UTCHome;
 
 TEST(GeminiTokenCounts, EverySpellingAndFallbackIsRead) {
@@ -68,21 +64,31 @@ TEST(GeminiTokenCounts, EverySpellingAndFallbackIsRead) {
             << message;
 }
 
-TEST_F(GeminiTest, SessionModelAndDatesRunAsTheLinesSay) {
-    // Before any line names them: the file's name and "gemini"; lines without ids are
-    // separate replies. An empty sessionId changes nothing; "modelName" stands in.
-    EXPECT_EQ(
-        parsed("gemini/running_session_and_model.jsonl"),
-        (Lines{kFlash + "|s1 @2026-04-02T08:00:05Z session calls=1 in=30 out=0 cr=0 cw=0 rs=0",
-               kFlash + "|s2 @2026-04-02T08:00:05Z session calls=1 in=40 out=0 cr=0 cw=0 rs=0",
-               kPro + "|s1 @2026-04-02T08:00:05Z session calls=2 in=30 out=0 cr=0 cw=0 rs=0",
-               "gemini-cli|gemini|1775088000.0||running_session_and_model "
-               "@2026-04-02T08:00:05Z session calls=4 in=4 out=0 cr=0 cw=0 rs=0"}));
-    // ISO text, startTime, seconds and seconds as text count; no time, 0, before 1970,
-    // words and 1e300 do not.
-    EXPECT_EQ(parsed("gemini/odd_dates.jsonl"),
-              (Lines{"gemini-cli|gemini|1775088000.0||odd_dates @2026-04-02T10:00:00Z session "
-                     "calls=4 in=15 out=0 cr=0 cw=0 rs=0"}));
+TEST_F(GeminiTest, EachFixtureGivesExactlyItsRecords) {
+    for (const char* fixture : {
+             // Before any line names them: the file's name and "gemini"; lines without ids
+             // are separate replies. An empty sessionId changes nothing; "modelName" stands in.
+             "gemini/running_session_and_model.jsonl",
+             // ISO text, startTime, seconds and seconds as text count; no time, 0, before
+             // 1970, words and 1e300 do not.
+             "gemini/odd_dates.jsonl",
+             // Damaged lines drop only themselves: a last line cut off; NUL bytes, a PNG
+             // header, a line that is not UTF-8; 1e300 and a sum beyond 64 bits ("120" counts).
+             "gemini/cut_mid_line.jsonl",
+             "gemini/binary_junk.jsonl",
+             "gemini/count_out_of_range.jsonl",
+             // The older document form: replies without ids all count; the document's model
+             // stands in for a reply's own; a reply with only "startTime" has no date in this
+             // form; a string is no reply.
+             "gemini/legacy_document.json",
+             // Without a sessionId the file's name is the session.
+             "gemini/document_without_session_id.json",
+             // A ".json" file that is no document is read as lines.
+             "gemini/lines_in_a_json_file.json",
+         })
+        EXPECT_EQ(describe(GeminiCLISource::parseFile(testing::fixture(fixture))),
+                  testing::expectedRecords(fixture))
+            << fixture;
 }
 
 TEST_F(GeminiTest, TheLastWriteOfAMessageWinsInThePlaceOfTheFirst) {
@@ -98,35 +104,6 @@ TEST_F(GeminiTest, TheLastWriteOfAMessageWinsInThePlaceOfTheFirst) {
     EXPECT_EQ(describe(records[1]), kFlash + "/home/ana/src/app|" + kSession +
                                         " @2026-04-02T08:01:00Z session calls=1 in=500 out=40 "
                                         "cr=100 cw=0 rs=0");
-}
-
-TEST_F(GeminiTest, DamagedLinesDropOnlyThemselves) {
-    const std::string g = kPro + "|" + kSession;
-    EXPECT_EQ(parsed("gemini/cut_mid_line.jsonl"),
-              (Lines{g + " @2026-04-02T08:00:05Z session calls=1 in=1200 out=10 cr=0 cw=0 rs=0"}));
-    // NUL bytes, a PNG header, and a line that is not UTF-8 (so no JSON).
-    EXPECT_EQ(parsed("gemini/binary_junk.jsonl"),
-              (Lines{g + " @2026-04-02T08:00:09Z session calls=1 in=700 out=7 cr=0 cw=0 rs=0"}));
-    // 1e300 and a sum beyond 64 bits drop their lines; "120" counts 120.
-    EXPECT_EQ(parsed("gemini/count_out_of_range.jsonl"),
-              (Lines{g + " @2026-04-02T08:00:07Z session calls=1 in=120 out=8 cr=0 cw=0 rs=0"}));
-}
-
-TEST_F(GeminiTest, OlderSessionDocumentsAreReadWhole) {
-    // Replies without ids all count; the document's model stands in for a reply's own; a
-    // reply with only "startTime" has no date in this form; a string is no reply.
-    EXPECT_EQ(parsed("gemini/legacy_document.json"),
-              (Lines{"gemini-cli|gemini-2.5-flash|1763596800.0||legacy-7c1d @2025-11-20T14:02:05Z "
-                     "session calls=1 in=50 out=5 cr=0 cw=0 rs=0",
-                     "gemini-cli|gemini-2.5-pro|1763596800.0||legacy-7c1d @2025-11-20T14:01:05Z "
-                     "session calls=2 in=270 out=30 cr=30 cw=0 rs=5"}));
-    // Without a sessionId the file's name is the session; a ".json" file that is no
-    // document is read as lines.
-    EXPECT_EQ(parsed("gemini/document_without_session_id.json"),
-              Lines{"gemini-cli|gemini|1775088000.0||document_without_session_id "
-                    "@2026-04-02T08:00:05Z session calls=1 in=3 out=0 cr=0 cw=0 rs=0"});
-    EXPECT_EQ(parsed("gemini/lines_in_a_json_file.json"),
-              Lines{kPro + "|s9 @2026-04-02T08:00:05Z session calls=1 in=4 out=0 cr=0 cw=0 rs=0"});
 }
 
 TEST_F(GeminiTest, FilesAreChatsOfBothHomesWithoutCheckpoints) {
