@@ -31,18 +31,14 @@ TEST_F(RemoteCommand, WithoutKeysNothingIsSentAndNothingIsWrong) {
 }
 
 TEST_F(RemoteCommand, AccountsAreAddedToTheCentAndARejectedKeyIsOneProblem) {
-    server->on(
-        "/v1/organizations/usage_report/messages",
-        testing::Reply{
-            200,
-            R"({"data":[{"starting_at":"2026-11-01T00:00:00Z","ending_at":"2026-11-02T00:00:00Z","results":[{"model":"claude-sonnet-4-6","uncached_input_tokens":1000000,"cache_creation":{"ephemeral_1h_input_tokens":0,"ephemeral_5m_input_tokens":0},"cache_read_input_tokens":0,"output_tokens":0}]}],"has_more":false,"next_page":null})"});
+    auto answer = [](const char* fixture) {
+        return testing::Reply{200, testing::readText(testing::fixture(fixture))};
+    };
+    server->on("/v1/organizations/usage_report/messages",
+               answer("anthropic/one_million_sonnet_input.json"));
     server->on("/v1/organization/usage/completions",
                testing::Reply{401, R"({"error":{"message":"bad key"}})"});
-    server->on(
-        "/api/v1/activity",
-        testing::Reply{
-            200,
-            R"({"data":[{"date":"2026-11-02","model":"openai/gpt-5","model_permaslug":"openai/gpt-5-2026-08-01","usage":0.5,"requests":5,"prompt_tokens":50,"completion_tokens":125,"reasoning_tokens":25}]})"});
+    server->on("/api/v1/activity", answer("openrouter/activity_with_reasoning.json"));
     server->on("/api/v1/credits",
                testing::Reply{200, R"({"data":{"total_credits":100.5,"total_usage":25.75}})"});
     server->on("/user/balance", testing::Reply{500, std::string(1000, 'x')});
