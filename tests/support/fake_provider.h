@@ -1,43 +1,31 @@
-// A fake provider on 127.0.0.1 for the account readers' tests: routes answer by path with
-// a canned reply or a function of the request, and every request is recorded as it came
-// (method, path, raw target with its query in order, headers, body). Replies can be slow
-// (the server stays stoppable) or cut off mid-body. Point a reader at url() through its
-// TALLY_ENDPOINT_* variable. Unknown paths get a 404.
+// A fake provider on 127.0.0.1: answers by path with a canned reply or a function of the
+// request (unknown paths get a 404) and records every request as it came. A reply can come
+// late (the server still stops at once) or be cut off mid-body. ProviderTest points the
+// readers at it through TALLY_ENDPOINT_* and hands out keys through TALLY_* variables.
 #pragma once
 
-#include "core/usage_record.h"
-#include "support/record_text.h"
+#include "accounts/keychain.h"
 #include "support/temp_home.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace usagekit::testing {
 
 struct ReceivedRequest {
-    std::string method;
-    std::string path;
-    std::string target;  // path and query exactly as sent
-    std::string body;
-    std::vector<std::pair<std::string, std::string>> headers;  // names lower-cased, sorted
-
-    std::string query() const;
-    // "" when absent.
-    std::string header(const std::string& name) const;
-    bool hasHeader(const std::string& name) const;
-    // The lower-cased names, sorted: what a test compares to assert "no other header".
-    std::vector<std::string> headerNames() const;
+    std::string method, target, body;            // target: path and query exactly as sent
+    std::map<std::string, std::string> headers;  // lower-cased names, no "host"; repeats "a, c"
 };
 
 struct Reply {
     int status = 200;
     std::string body = "{}";
     std::string contentType = "application/json";
-    double delaySeconds = 0;  // answer only after this long
-    bool drop = false;        // send the headers and half the body, then close
+    double delaySeconds = 0;
+    bool drop = false;  // send the headers and half the body, then close
 };
 
 class FakeProvider {
@@ -46,48 +34,48 @@ class FakeProvider {
 
     FakeProvider();
     ~FakeProvider();
-    FakeProvider(const FakeProvider&) = delete;
-    FakeProvider& operator=(const FakeProvider&) = delete;
-
     std::string url() const;  // http://127.0.0.1:<port>
-    void on(const std::string& path, Reply reply);
     void on(const std::string& path, Handler handler);
+    void on(const std::string& path, Reply reply) {
+        on(path, [reply](const ReceivedRequest&) { return reply; });
+    }
     std::vector<ReceivedRequest> requests() const;
+    // The requests from the `first`th on, one a line: "POST /p?q body | name: value | ...".
+    std::string sent(size_t first = 0) const;
 
   private:
     struct State;
     std::unique_ptr<State> m_state;
 };
 
-// An account reader's records in the order given, one line each: describe() followed by
-// provider, project and session ("-" when absent).
-inline std::vector<std::string> lines(const std::vector<UsageRecord>& records) {
-    std::vector<std::string> out;
-    for (const UsageRecord& r : records)
-        out.push_back(describe(r) + " " + r.provider.id + " p=" + r.project.value_or("-") +
-                      " s=" + r.session.value_or("-"));
-    return out;
-}
-
-// A port on 127.0.0.1 that nothing listens on.
-int closedPort();
+// What a call threw: "Err <what()>" for an HTTP::Err, "Transport <what()>" for an
+// HTTP::TransportError, "" when it returned.
+std::string failureOf(const std::function<void()>& call);
 
 // A temporary home, a fake provider and no Secret Service (the session bus address points
-// at nothing), so that keys come only from the TALLY_* variables a test sets and no test
-// can reach the developer's own keyring.
+// at nothing), so keys come only from the variables a test sets, never the developer's own.
 class ProviderTest : public TempHome {
   protected:
-    void SetUp() override;
-    void TearDown() override;
-
-    // Points TALLY_ENDPOINT_<name> at the fake provider.
-    void endpoint(const std::string& name);
-    // Gives `account` the key `value` through its TALLY_* variable.
-    void key(const std::string& account, const std::string& value);
+    void SetUp() override {
+        TempHome::SetUp();
+        server = std::make_unique<FakeProvider>();
+        set("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + (root / "no-bus").string());
+    }
+    void TearDown() override {
+        server.reset();
+        while (!m_env.empty())  // last set, first restored
+            m_env.pop_back();
+        TempHome::TearDown();
+    }
+    void endpoint(const std::string& name) { set("TALLY_ENDPOINT_" + name, server->url()); }
+    void key(const std::string& account, const std::string& value) {
+        set(Keychain::environmentName(account), value);
+    }
+    void set(const std::string& name, const std::string& value) {
+        m_env.push_back(std::make_unique<ScopedEnv>(name.c_str(), value));
+    }
 
     std::unique_ptr<FakeProvider> server;
-
-  private:
     std::vector<std::unique_ptr<ScopedEnv>> m_env;
 };
 
