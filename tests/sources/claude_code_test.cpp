@@ -55,11 +55,9 @@ TEST_F(ClaudeCodeSourceTest, EachFixtureGivesExactlyItsRecords) {
              "claude/line_rules.jsonl",
          }) {
         const auto path = testing::fixture(fixture);
-        const auto records = ClaudeCodeSource::parse(path);
-        EXPECT_EQ(describe(records), testing::expectedRecords(fixture)) << fixture;
-        // The streamed file and the text in memory go through the same line rules.
-        EXPECT_EQ(records, ClaudeCodeSource::parse(std::string_view(testing::readText(path))))
-            << fixture;
+        testing::expectFixtureRecords(
+            fixture, ClaudeCodeSource::parse(path),
+            ClaudeCodeSource::parse(std::string_view(testing::readText(path))));
     }
 }
 

@@ -83,11 +83,9 @@ TEST_F(CodexCLISourceTest, EachFixtureGivesExactlyItsRecords) {
              "codex/no_session_meta.jsonl",
          }) {
         const auto path = testing::fixture(fixture);
-        const auto records = CodexCLISource::parse(path);
-        EXPECT_EQ(describe(records), testing::expectedRecords(fixture)) << fixture;
-        // The streamed file and the text in memory go through the same line rules.
-        EXPECT_EQ(records, CodexCLISource::parse(testing::readText(path), path.stem().string()))
-            << fixture;
+        testing::expectFixtureRecords(
+            fixture, CodexCLISource::parse(path),
+            CodexCLISource::parse(testing::readText(path), path.stem().string()));
     }
 }
 

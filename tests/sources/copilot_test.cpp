@@ -15,27 +15,25 @@ using Lines = std::vector<std::string>;
 using CopilotTest = testing::UTCHome;
 
 TEST_F(CopilotTest, EachFixtureGivesExactlyItsRecords) {
-    for (const char* name : {
+    for (const char* fixture : {
              // An event without usage, a line in seconds, one in milliseconds, a "usage" of
              // null beside a "tokenUsage", a line without a time and one without tokens.
-             "mixed_clients",
+             "copilot/mixed_clients.jsonl",
              // Every spelling is added; the line's model, then the usage's, then "copilot".
-             "spellings_and_models",
+             "copilot/spellings_and_models.jsonl",
              // One instant as seconds, milliseconds (also as text) and ISO text; no time, 0, a
              // negative one, words and 1e300 drop their lines.
-             "odd_times",
+             "copilot/odd_times.jsonl",
              // Damaged lines drop only themselves: a last line cut off; NUL bytes, junk that
              // holds "usage", a line that is not UTF-8; 1e300 or counts whose sum overflows.
-             "cut_mid_line",
-             "binary_junk",
-             "count_out_of_range",
+             "copilot/cut_mid_line.jsonl",
+             "copilot/binary_junk.jsonl",
+             "copilot/count_out_of_range.jsonl",
          }) {
-        const std::string fixture = "copilot/" + std::string(name) + ".jsonl";
-        const auto records = CopilotSource::parseFile(testing::fixture(fixture));
-        EXPECT_EQ(testing::describe(records), testing::expectedRecords(fixture)) << name;
-        // The streamed file and the text in memory go through the same line rules.
-        EXPECT_EQ(records, CopilotSource::parse(testing::readText(testing::fixture(fixture)), name))
-            << name;
+        const auto path = testing::fixture(fixture);
+        testing::expectFixtureRecords(
+            fixture, CopilotSource::parseFile(path),
+            CopilotSource::parse(testing::readText(path), path.stem().string()));
     }
 }
 

@@ -48,4 +48,14 @@ inline std::vector<std::string> expectedRecords(const std::string& relative) {
     return lines;
 }
 
+// Checks the records a reader made of a fixture file against the fixture's ".expected"
+// file, and that reading its text from memory gave the same records: both must go through
+// the same line rules.
+inline void expectFixtureRecords(const std::string& relative,
+                                 const std::vector<UsageRecord>& fromFile,
+                                 const std::vector<UsageRecord>& fromText) {
+    EXPECT_EQ(describe(fromFile), expectedRecords(relative)) << relative;
+    EXPECT_EQ(fromFile, fromText) << relative << ": the file and its text in memory differ";
+}
+
 }  // namespace usagekit::testing
