@@ -2,6 +2,11 @@
 
 #include "core/checked.h"
 
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstring>
 
 #if defined(__x86_64__)
@@ -10,23 +15,50 @@
 
 namespace usagekit::Scan {
 
+namespace {
+
+// Depth-first in directory order, each entry before its contents, hidden names skipped and
+// links never followed. Reads entry types from the directory itself, so a rescan of an
+// unchanged tree costs one readdir per directory and no stat per entry. Unreadable
+// directories are passed over.
+void walk(int directoryFd, const std::string& prefix, std::string_view named,
+          std::vector<fs::path>& found, int depth) {
+    DIR* directory = ::fdopendir(directoryFd);
+    if (!directory) {
+        ::close(directoryFd);
+        return;
+    }
+    while (const dirent* entry = ::readdir(directory)) {
+        const std::string_view name = entry->d_name;
+        if (name.empty() || name[0] == '.') continue;  // hidden, and "." and ".."
+        std::string path = prefix + "/" + entry->d_name;
+        if (name.ends_with(named)) found.emplace_back(path);
+        bool isDirectory = entry->d_type == DT_DIR;
+        if (entry->d_type == DT_UNKNOWN) {
+            struct stat info {};
+            isDirectory =
+                ::fstatat(::dirfd(directory), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISDIR(info.st_mode);
+        }
+        // Each level holds one descriptor open; no log tree is anywhere near this deep.
+        if (!isDirectory || depth >= 64) continue;
+        const int child = ::openat(::dirfd(directory), entry->d_name,
+                                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (child >= 0) walk(child, path, named, found, depth + 1);
+    }
+    ::closedir(directory);
+}
+
+}  // namespace
+
 std::vector<fs::path> files(const fs::path& under, std::string_view named) {
     std::vector<fs::path> found;
-    std::error_code ec;
-    fs::recursive_directory_iterator it(under, fs::directory_options::skip_permission_denied, ec);
-    if (ec) return found;
-    for (fs::recursive_directory_iterator end; it != end; it.increment(ec)) {
-        if (ec) break;
-        const fs::path& path = it->path();
-        const std::string name = path.filename().string();
-        if (!name.empty() && name[0] == '.') {
-            it.disable_recursion_pending();
-            continue;
-        }
-        if (name.size() >= named.size() &&
-            name.compare(name.size() - named.size(), named.size(), named) == 0)
-            found.push_back(path);
-    }
+    const int root = ::open(under.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (root < 0) return found;
+    std::string prefix = under.string();
+    while (prefix.size() > 1 && prefix.back() == '/')
+        prefix.pop_back();
+    walk(root, prefix == "/" ? std::string() : prefix, named, found, 0);
     return found;
 }
 

@@ -89,12 +89,16 @@ TEST_F(ScanFiles, FindsBySuffixAndSkipsHiddenEntries) {
     write("p/notes.jsonl.bak", "");
     write("p/.hidden.jsonl", "");
     write("p/.git/c.jsonl", "");
-    auto found = Scan::files(home / "p", ".jsonl");
+    write("p/odd.jsonl/d.txt", "");  // a directory with the suffix is listed, like a file
+    write("elsewhere/e.jsonl", "");
+    fs::create_directory_symlink(home / "elsewhere", home / "p" / "link");  // never followed
+    auto found = Scan::files(home / "p/", ".jsonl");
     std::vector<std::string> names;
     for (auto& f : found)
-        names.push_back(f.filename().string());
+        names.push_back(f.string().substr(home.string().size()));
     std::sort(names.begin(), names.end());
-    EXPECT_EQ(names, (std::vector<std::string>{"a.jsonl", "b.jsonl"}));
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"/p/a.jsonl", "/p/deep/er/b.jsonl", "/p/odd.jsonl"}));
     EXPECT_TRUE(Scan::files(home / "missing", ".jsonl").empty());
 }
 
