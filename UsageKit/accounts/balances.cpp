@@ -7,7 +7,6 @@
 #include "core/checked.h"
 
 #include <cstdio>
-#include <ctime>
 
 namespace usagekit {
 
@@ -134,26 +133,9 @@ std::vector<UsageRecord> OpenRouterSource::records(JSON answer) {
 }
 
 std::optional<Date> OpenRouterSource::day(std::string_view text) {
-    if (text.size() != 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
-    auto digits = [&](size_t at, size_t count) -> std::optional<int> {
-        int value = 0;
-        for (size_t i = at; i < at + count; ++i) {
-            if (text[i] < '0' || text[i] > '9') return std::nullopt;
-            value = value * 10 + (text[i] - '0');
-        }
-        return value;
-    };
-    auto year = digits(0, 4), month = digits(5, 2), dayOfMonth = digits(8, 2);
-    if (!year || !month || !dayOfMonth || *month < 1 || *month > 12 || *dayOfMonth < 1)
-        return std::nullopt;
-    static constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
-    const bool leap = (*year % 4 == 0 && *year % 100 != 0) || *year % 400 == 0;
-    if (*dayOfMonth > kDays[*month - 1] + (*month == 2 && leap)) return std::nullopt;
-    std::tm fields{};
-    fields.tm_year = *year - 1900;
-    fields.tm_mon = *month - 1;
-    fields.tm_mday = *dayOfMonth;
-    return Date{static_cast<double>(timegm(&fields))};
+    // Exactly "yyyy-MM-dd": a date with a time part is not a day.
+    if (text.size() != 10) return std::nullopt;
+    return ISO8601::parse(std::string(text) + "T00:00:00Z");
 }
 
 std::vector<ProviderBalance> DeepSeekSource::fetch() {

@@ -3,8 +3,7 @@
 #include "core/json_coding.h"
 #include "core/paths.h"
 #include "core/store.h"
-
-#include <cctype>
+#include "core/text.h"
 
 namespace usagekit {
 
@@ -99,9 +98,7 @@ void removeAll(std::string& text, std::string_view what) {
 }  // namespace
 
 std::optional<Rate> Pricing::rate(std::string_view model) const {
-    std::string name(model);
-    for (char& c : name)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    std::string name = Text::lowercased(model);
     // The order matters: once "anthropic." is gone, "us.anthropic." can no longer match,
     // so Bedrock's regional names stay unpriced while "anthropic.<model>" is priced.
     removeAll(name, "anthropic.");

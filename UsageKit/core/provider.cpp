@@ -1,6 +1,7 @@
 #include "core/provider.h"
 
 #include "core/json_coding.h"
+#include "core/text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -47,15 +48,7 @@ std::string Provider::name() const {
 }
 
 std::string Provider::shortName() const {
-    std::string text = name();
-    // Two characters, not two bytes: step over UTF-8 continuation bytes.
-    size_t end = 0;
-    for (int chars = 0; chars < 2 && end < text.size(); ++chars) {
-        ++end;
-        while (end < text.size() && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80)
-            ++end;
-    }
-    text.resize(end);
+    std::string text = Text::firstCharacters(name(), 2);
     for (char& c : text)
         c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return text;
