@@ -215,12 +215,6 @@ std::optional<JSON> JSONParser::parse(std::string_view text) {
     return JSON(root);
 }
 
-std::optional<JSON> JSONParser::parsePadded(std::string_view text) {
-    simdjson::dom::element root;
-    if (m_parser.parse(text.data(), text.size(), false).get(root)) return std::nullopt;
-    return JSON(root);
-}
-
 std::optional<JSONDocument> JSONDocument::parse(std::string_view text) {
     JSONDocument document;
     document.m_parser = std::make_unique<JSONParser>();

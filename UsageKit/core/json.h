@@ -71,9 +71,6 @@ std::optional<double> decimalNumber(std::string_view text);
 class JSONParser {
   public:
     std::optional<JSON> parse(std::string_view text);
-    // For text that is followed by at least simdjson::SIMDJSON_PADDING readable bytes:
-    // parsed in place, without a copy.
-    std::optional<JSON> parsePadded(std::string_view text);
 
   private:
     simdjson::dom::parser m_parser;

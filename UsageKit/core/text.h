@@ -20,8 +20,6 @@ std::string lowercased(std::string_view text);  // ASCII letters only
 std::string percentEncode(std::string_view text, std::string_view extra);
 // The characters a URL path may hold besides unreserved ones.
 inline constexpr std::string_view kURLPathExtra = "!$&'()*+,;=:@/";
-// The characters a URL query may hold besides unreserved ones.
-inline constexpr std::string_view kURLQueryExtra = "!$&'()*+,;=:@/?";
 // Absent when a "%" is not followed by two hex digits or the result is not UTF-8.
 std::optional<std::string> percentDecode(std::string_view text);
 
