@@ -10,15 +10,23 @@ std::optional<std::string> Decode::string(const JSON& json) {
     return std::string(*text);
 }
 
-std::optional<int64_t> Decode::integer(const JSON& json) {
-    if (json.kind() != JSON::Kind::Number) return std::nullopt;
-    double value = *json.number();
+namespace {
+
+// A number our own files may hold as a count: whole and within 64 bits.
+std::optional<int64_t> wholeCount(double value) {
     if (value != std::trunc(value)) return std::nullopt;
     try {
         return truncatedCount(value);
     } catch (const OutOfRange&) {
         return std::nullopt;
     }
+}
+
+}  // namespace
+
+std::optional<int64_t> Decode::integer(const JSON& json) {
+    if (json.kind() != JSON::Kind::Number) return std::nullopt;
+    return wholeCount(*json.number());
 }
 
 std::optional<double> Decode::number(const JSON& json) {
@@ -46,6 +54,61 @@ std::optional<std::optional<std::string>> Decode::optionalString(const JSON& jso
 
 std::optional<std::optional<double>> Decode::optionalNumber(const JSON& json) {
     if (!json.hasValue()) return std::optional<double>();
+    auto value = number(json);
+    if (!value) return std::nullopt;
+    return std::optional<double>(*value);
+}
+
+namespace od = simdjson::ondemand;
+
+std::optional<std::string_view> Decode::OnDemand::string(od::value json) {
+    std::string_view text;
+    if (json.get_string().get(text)) return std::nullopt;
+    return text;
+}
+
+std::optional<double> Decode::OnDemand::number(od::value json) {
+    od::json_type type;
+    double value = 0;
+    if (json.type().get(type) || type != od::json_type::number || json.get_double().get(value))
+        return std::nullopt;
+    return value;
+}
+
+std::optional<int64_t> Decode::OnDemand::integer(od::value json) {
+    auto value = number(json);
+    if (!value) return std::nullopt;
+    return wholeCount(*value);
+}
+
+std::optional<Date> Decode::OnDemand::date(od::value json) {
+    auto text = string(json);
+    if (!text) return std::nullopt;
+    return ISO8601::parse(*text);
+}
+
+namespace {
+// Whether the value is null (and then consumed); absent when it cannot be read.
+std::optional<bool> isNull(od::value& json) {
+    bool null = false;
+    if (json.is_null().get(null)) return std::nullopt;
+    return null;
+}
+}  // namespace
+
+std::optional<std::optional<std::string>> Decode::OnDemand::optionalString(od::value json) {
+    auto null = isNull(json);
+    if (!null) return std::nullopt;
+    if (*null) return std::optional<std::string>();
+    auto text = string(json);
+    if (!text) return std::nullopt;
+    return std::optional<std::string>(std::string(*text));
+}
+
+std::optional<std::optional<double>> Decode::OnDemand::optionalNumber(od::value json) {
+    auto null = isNull(json);
+    if (!null) return std::nullopt;
+    if (*null) return std::optional<double>();
     auto value = number(json);
     if (!value) return std::nullopt;
     return std::optional<double>(*value);

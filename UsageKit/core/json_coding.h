@@ -58,6 +58,17 @@ std::optional<Date> date(const JSON& json);  // ISO 8601 text
 // Missing or null is "absent" (true in the outer optional); a wrong type fails (nullopt).
 std::optional<std::optional<std::string>> optionalString(const JSON& json);
 std::optional<std::optional<double>> optionalNumber(const JSON& json);
+
+// The same readers over simdjson's On-Demand values, for files too large to parse into a
+// DOM first. Each consumes the value it is given.
+namespace OnDemand {
+std::optional<std::string_view> string(simdjson::ondemand::value json);  // until next parse
+std::optional<int64_t> integer(simdjson::ondemand::value json);
+std::optional<double> number(simdjson::ondemand::value json);
+std::optional<Date> date(simdjson::ondemand::value json);
+std::optional<std::optional<std::string>> optionalString(simdjson::ondemand::value json);
+std::optional<std::optional<double>> optionalNumber(simdjson::ondemand::value json);
+}  // namespace OnDemand
 }  // namespace Decode
 
 namespace Encode {

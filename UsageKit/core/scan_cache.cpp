@@ -6,23 +6,61 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
 
 namespace usagekit {
+
+namespace {
+
+// The background save in flight, if any. Joined before the next load or save, and at exit.
+std::mutex writerMutex;
+std::thread writer;
+
+void joinWriter() {
+    std::lock_guard lock(writerMutex);
+    if (writer.joinable()) writer.join();
+}
+
+}  // namespace
 
 std::filesystem::path ScanCache::file() {
     return TallyPaths::state("usage-scan.json");
 }
 
 ScanCache ScanCache::load() {
-    auto loaded = Store::load<ScanCache>(file());
+    waitForSave();
+    simdjson::padded_string text;
+    if (simdjson::padded_string::load(file().string()).get(text)) return ScanCache();
+    auto loaded = decode(text);
     if (!loaded || loaded->version != kVersion) return ScanCache();
     loaded->changed = false;
     return std::move(*loaded);
 }
 
 void ScanCache::save() {
+    waitForSave();
     if (changed && Store::saveQuietly(*this, file())) changed = false;
+}
+
+void ScanCache::saveInBackground(ScanCache cache) {
+    if (!cache.changed) return;
+    // Everything the writer needs from elsewhere is resolved here, on the caller's thread.
+    std::filesystem::path target = file();
+    std::lock_guard lock(writerMutex);
+    if (writer.joinable()) writer.join();
+    static const bool joinsAtExit = std::atexit(waitForSave) == 0;
+    (void)joinsAtExit;
+    writer = std::thread([cache = std::move(cache), target = std::move(target)] {
+        Store::saveQuietly(cache, target);
+    });
+}
+
+void ScanCache::waitForSave() {
+    joinWriter();
 }
 
 ScanCache::Stamp ScanCache::stamp(const std::filesystem::path& path) {
@@ -83,40 +121,24 @@ void ScanCache::Entry::encode(JsonWriter& w) const {
     w.endObject();
 }
 
-std::optional<ScanCache::Entry> ScanCache::Entry::decode(const JSON& json) {
-    auto size = Decode::integer(json["size"]);
-    auto modified = Decode::number(json["modified"]);
-    auto records = JSONCoding<std::vector<UsageRecord>>::decode(json["records"]);
-    if (!size || !modified || !records) return std::nullopt;
-    return Entry{*size, *modified, std::move(*records)};
-}
-
 void ScanCache::encode(JsonWriter& w) const {
+    std::vector<const std::pair<const std::string, Entry>*> sorted;
+    sorted.reserve(files.size());
+    for (const auto& item : files)
+        sorted.push_back(&item);
+    std::sort(sorted.begin(), sorted.end(),
+              [](const auto* a, const auto* b) { return a->first < b->first; });
     w.beginObject();
     w.key("files");
     w.beginObject();
-    for (const auto& [path, entry] : files) {
-        w.key(path);
-        entry.encode(w);
+    for (const auto* item : sorted) {
+        w.key(item->first);
+        item->second.encode(w);
     }
     w.endObject();
     w.key("version");
     w.value(version);
     w.endObject();
-}
-
-std::optional<ScanCache> ScanCache::decode(const JSON& json) {
-    auto version = Decode::integer(json["version"]);
-    JSON files = json["files"];
-    if (!version || !files.isObject()) return std::nullopt;
-    ScanCache cache;
-    cache.version = *version;
-    for (const auto& [path, value] : files.members()) {
-        auto entry = Entry::decode(value);
-        if (!entry) return std::nullopt;
-        cache.files.emplace(std::string(path), std::move(*entry));
-    }
-    return cache;
 }
 
 }  // namespace usagekit

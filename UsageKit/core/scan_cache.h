@@ -1,6 +1,10 @@
 // The per-file parse cache ("usage-scan.json", version 4). A file whose size is exactly
 // the same and whose modification time moved by less than half a second is not read
 // again: its folded records come from here. One cache lives for one local scan.
+//
+// Every rescan loads the whole file (megabytes for a heavy user), so load() reads it with
+// simdjson's On-Demand parser straight into entries; a scan that changed it hands the
+// writing to a background thread (saveInBackground).
 #pragma once
 
 #include "core/json.h"
@@ -9,9 +13,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -26,7 +31,7 @@ struct ScanCache {
         std::vector<UsageRecord> records;
 
         void encode(JsonWriter& writer) const;
-        static std::optional<Entry> decode(const JSON& json);
+        static std::optional<Entry> decode(simdjson::ondemand::value json);
         bool operator==(const Entry&) const = default;
     };
 
@@ -40,7 +45,7 @@ struct ScanCache {
     using ParseText =
         std::function<std::vector<UsageRecord>(std::string_view text, const std::string& session)>;
 
-    std::map<std::string, Entry> files;
+    std::unordered_map<std::string, Entry> files;  // written in ascending order of path
     int64_t version = kVersion;
     // False while the cache equals what load() read from the file: save() then has
     // nothing to write, which keeps a rescan of unchanged logs to stats and one read.
@@ -48,8 +53,15 @@ struct ScanCache {
 
     static std::filesystem::path file();
     // The saved cache; an empty one when missing, undecodable or of another version.
+    // Waits for a background save still being written, so a scan never reads an older file.
     static ScanCache load();
-    void save();  // failures are ignored; does nothing when nothing changed
+    // Writes the cache when it changed; failures are ignored.
+    void save();
+    // The same on a background thread, for a scan done with its cache: the scan's records
+    // are ready before the file is on disk. One save runs at a time, in order; the process
+    // waits for the last one when it exits normally.
+    static void saveInBackground(ScanCache cache);
+    static void waitForSave();
 
     static Stamp stamp(const std::filesystem::path& path);
     // The cached entry when it still matches `current`, else nullptr.
@@ -70,7 +82,9 @@ struct ScanCache {
     std::unordered_set<std::string> visited;
 
     void encode(JsonWriter& writer) const;
-    static std::optional<ScanCache> decode(const JSON& json);
+    // The cache in `text`, strictly: any entry or record that does not decode fails the
+    // whole cache, as does text that is not one JSON object.
+    static std::optional<ScanCache> decode(const simdjson::padded_string& text);
 };
 
 }  // namespace usagekit

@@ -37,6 +37,8 @@ struct UsageRecord {
 
     void encode(JsonWriter& writer) const;
     static std::optional<UsageRecord> decode(const JSON& json);
+    // The same decoding, on the On-Demand parser that reads the scan cache.
+    static std::optional<UsageRecord> decode(simdjson::ondemand::value json);
 
     bool operator==(const UsageRecord&) const = default;
 };

@@ -21,47 +21,59 @@ unsigned scanThreads() {
     return std::max(1u, std::thread::hardware_concurrency());
 }
 
+namespace {
+
+// Runs `work(i)` for every i below `count` on up to scanThreads() threads, each taking the
+// next index as it is free. `work` must touch only what belongs to its own index.
+template <class Work>
+void onAllCores(size_t count, size_t perThreadAtLeast, const Work& work) {
+    std::atomic<size_t> next{0};
+    auto drain = [&] {
+        for (size_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < count;)
+            work(i);
+    };
+    const size_t threads =
+        std::min<size_t>(scanThreads(), (count + perThreadAtLeast - 1) / perThreadAtLeast);
+    std::vector<std::thread> helpers;
+    for (size_t t = 1; t < threads; ++t)
+        helpers.emplace_back(drain);
+    drain();
+    for (std::thread& helper : helpers)
+        helper.join();
+}
+
+}  // namespace
+
 std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
                                         const std::vector<std::filesystem::path>& files,
                                         const ScanCache::Parse& parse) {
-    std::vector<ScanCache::Stamp> stamps;
+    // A rescan of unchanged logs is mostly these stats, so they run on all cores too; a
+    // thread is worth starting only for a few hundred of them.
+    std::vector<ScanCache::Stamp> stamps(files.size());
+    onAllCores(files.size(), 512, [&](size_t i) { stamps[i] = ScanCache::stamp(files[i]); });
+
     std::vector<std::string> paths;
+    std::vector<const ScanCache::Entry*> cached(files.size());
     std::vector<size_t> misses;
-    stamps.reserve(files.size());
     paths.reserve(files.size());
     for (size_t i = 0; i < files.size(); ++i) {
         paths.push_back(files[i].string());
         cache.visited.insert(paths.back());
-        stamps.push_back(ScanCache::stamp(files[i]));
-        if (!cache.hit(paths[i], stamps[i])) misses.push_back(i);
+        cached[i] = cache.hit(paths[i], stamps[i]);
+        if (!cached[i]) misses.push_back(i);
     }
 
-    // Each thread takes the next file to parse; results land in the file's own slot.
+    // Results land in each file's own slot, so the order never depends on timing.
     std::vector<std::vector<UsageRecord>> parsed(files.size());
-    std::atomic<size_t> next{0};
-    auto work = [&] {
-        for (size_t m; (m = next.fetch_add(1)) < misses.size();)
-            parsed[misses[m]] = parse(files[misses[m]]);
-    };
-    const size_t threads = std::min<size_t>(scanThreads(), misses.size());
-    std::vector<std::thread> helpers;
-    for (size_t t = 1; t < threads; ++t)
-        helpers.emplace_back(work);
-    work();
-    for (std::thread& helper : helpers)
-        helper.join();
+    onAllCores(misses.size(), 1, [&](size_t m) { parsed[misses[m]] = parse(files[misses[m]]); });
 
     std::vector<UsageRecord> all;
-    size_t m = 0;
     for (size_t i = 0; i < files.size(); ++i) {
-        if (m < misses.size() && misses[m] == i) {
-            ++m;
-            cache.store(paths[i], stamps[i], parsed[i]);
-            all.insert(all.end(), std::make_move_iterator(parsed[i].begin()),
-                       std::make_move_iterator(parsed[i].end()));
+        if (cached[i]) {
+            all.insert(all.end(), cached[i]->records.begin(), cached[i]->records.end());
         } else {
-            const auto& cached = cache.hit(paths[i], stamps[i])->records;
-            all.insert(all.end(), cached.begin(), cached.end());
+            all.insert(all.end(), parsed[i].begin(), parsed[i].end());
+            cache.store(paths[i], stamps[i], std::move(parsed[i]));
         }
     }
     return all;
