@@ -18,14 +18,16 @@ namespace {
 constexpr size_t kChunk = 1 << 20;
 
 // One buffer per thread, reused file after file and never cleared: allocating and zeroing
-// a megabyte per log costs more than reading a small log.
+// a megabyte per log costs more than reading a small log. It is zeroed only when it grows,
+// kLineSlack bytes past `size` included, so that whatever a parser reads past a line's end
+// is never uninitialised memory.
 struct Buffer {
     std::unique_ptr<char[]> data;
     size_t size = 0;
 
     void grow(size_t wanted, size_t keep) {
         if (wanted <= size) return;
-        std::unique_ptr<char[]> bigger(new char[wanted]);
+        std::unique_ptr<char[]> bigger(new char[wanted + kLineSlack]());
         if (keep) std::memcpy(bigger.get(), data.get(), keep);
         data = std::move(bigger);
         size = wanted;

@@ -3,11 +3,18 @@
 // line without a newline is still delivered.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <string_view>
 
 namespace usagekit::Scan {
+
+// Every line either function below hands out is followed in memory by at least this many
+// readable bytes (the rest of the read buffer, then slack past its end), so that a parser
+// that reads a little past the end of its input, as On-Demand JSON does, can parse the
+// line where it lies instead of a copy.
+inline constexpr size_t kLineSlack = 64;
 
 // Calls `line(text)` for each non-empty line; the view is valid only during the call.
 // Returns false when the file cannot be opened (no line is delivered then); a read error

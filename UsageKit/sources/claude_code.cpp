@@ -96,6 +96,13 @@ class LogParser {
         count(std::string_view(m_copy.data(), text.size()), capacity);
     }
 
+    // A line from Scan::forEachLineContaining(kUsage): known to hold the key, and followed
+    // by the line reader's slack, so parsed where it lies.
+    void lineHoldingUsage(std::string_view text) {
+        static_assert(Scan::kLineSlack >= simdjson::SIMDJSON_PADDING);
+        count(text, text.size() + Scan::kLineSlack);
+    }
+
     std::vector<UsageRecord> finish() { return m_folder.take(); }
 
   private:
@@ -361,7 +368,7 @@ std::vector<UsageRecord> ClaudeCodeSource::parse(const std::filesystem::path& fi
     LogParser parser;
     // Only the lines holding the key are split out of the stream at all.
     Scan::forEachLineContaining(file, LogParser::kUsage,
-                                [&](std::string_view line) { parser.line(line); });
+                                [&](std::string_view line) { parser.lineHoldingUsage(line); });
     return parser.finish();
 }
 
