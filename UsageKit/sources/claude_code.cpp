@@ -11,6 +11,8 @@
 #include <simdjson.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -73,9 +75,32 @@ Key usageKey(std::string_view name) {
     return kOther;
 }
 
+// The bytes of `word` equal to `c`, as the high bit of each. Exact up to the first such
+// byte, which is all that is used.
+constexpr uint64_t bytesEqual(uint64_t word, unsigned char c) {
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    const uint64_t x = word ^ (kOnes * c);
+    return (x - kOnes) & ~x & (kOnes << 7);
+}
+
 // A field's key, compared the way a parsed document compares keys: unescaped, so that
-// "us\u0061ge" is "usage".
+// "us\u0061ge" is "usage". Keys almost never hold an escape, so the key is first taken as
+// written, up to its closing quote, found eight bytes at a time: much cheaper than
+// unescaping every key of every line. Stage 1 has checked that every string closes, and
+// a word read past the quote stays within the padding after the line.
 bool keyName(ondemand::field& field, std::string_view& name) {
+    const char* key = field.key().raw();
+    for (size_t at = 0;; at += 8) {
+        uint64_t word;
+        std::memcpy(&word, key + at, sizeof word);
+        if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+        const uint64_t stops = bytesEqual(word, '"') | bytesEqual(word, '\\');
+        if (!stops) continue;
+        const size_t end = at + static_cast<size_t>(std::countr_zero(stops)) / 8;
+        if (key[end] == '\\') break;
+        name = std::string_view(key, end);
+        return true;
+    }
     return field.unescaped_key().get(name) == simdjson::SUCCESS;
 }
 
