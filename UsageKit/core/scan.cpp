@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <bit>
+#include <cstdint>
 #include <cstring>
 
 #if defined(__x86_64__)
@@ -113,29 +115,41 @@ std::optional<Date> date(std::string_view text) {
     return ISO8601::parse(text);
 }
 
-std::string foldKey(const UsageRecord& r) {
-    std::string key;
-    key.reserve(r.provider.id.size() + r.model.size() + 64);
+namespace {
+
+void appendKey(std::string& key, const UsageRecord& r, std::string_view dayStart) {
     key += r.provider.id;
     key += '|';
     key += r.model;
     key += '|';
-    key += doubleDescription(Calendar::startOfDay(r.date).secondsSince1970);
+    key += dayStart;
     key += '|';
     if (r.project) key += *r.project;
     key += '|';
     if (r.session) key += *r.session;
+}
+
+}  // namespace
+
+std::string foldKey(const UsageRecord& r) {
+    std::string key;
+    key.reserve(r.provider.id.size() + r.model.size() + 64);
+    appendKey(key, r, doubleDescription(Calendar::startOfDay(r.date).secondsSince1970));
     return key;
 }
 
-void Folder::add(UsageRecord record) {
-    std::string key = foldKey(record);
-    auto [it, inserted] = m_index.try_emplace(key, m_folded.size());
-    if (inserted) {
-        record.id = std::move(key);
-        m_folded.push_back(std::move(record));
-        return;
+bool Folder::addToExisting(const UsageRecord& record) {
+    const double day = Calendar::startOfDay(record.date).secondsSince1970;
+    // Compared bit for bit: 0.0 and -0.0 are equal yet read differently.
+    if (m_dayText.empty() || std::bit_cast<uint64_t>(day) != std::bit_cast<uint64_t>(m_day)) {
+        m_day = day;
+        m_dayText = doubleDescription(day);
     }
+    m_key.clear();
+    appendKey(m_key, record, m_dayText);
+    const auto it = m_index.find(std::string_view(m_key));
+    if (it == m_index.end()) return false;
+
     UsageRecord& into = m_folded[it->second];
     try {
         // Sum into temporaries first so that an overflow leaves `into` untouched.
@@ -153,11 +167,26 @@ void Folder::add(UsageRecord record) {
         into.cacheWrite = cacheWrite;
         into.reasoning = reasoning;
     } catch (const OutOfRange&) {
-        return;
+        return true;
     }
     if (record.reportedCostUSD)
         into.reportedCostUSD = into.reportedCostUSD.value_or(0) + *record.reportedCostUSD;
     if (record.date > into.date) into.date = record.date;
+    return true;
+}
+
+void Folder::start(UsageRecord record) {
+    m_index.emplace(m_key, m_folded.size());
+    record.id = m_key;
+    m_folded.push_back(std::move(record));
+}
+
+void Folder::add(const UsageRecord& record) {
+    if (!addToExisting(record)) start(record);
+}
+
+void Folder::add(UsageRecord&& record) {
+    if (!addToExisting(record)) start(std::move(record));
 }
 
 std::vector<UsageRecord> fold(const std::vector<UsageRecord>& records) {

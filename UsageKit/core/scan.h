@@ -32,14 +32,33 @@ std::string foldKey(const UsageRecord& record);
 // context rather than one per request: counts and reported costs summed, the latest date
 // kept, the id replaced by the key, in order of first appearance. A record whose addition
 // would overflow is dropped.
+//
+// Adding to a fold that already exists allocates nothing: the key is built in a buffer the
+// folder keeps, and a record is copied only when it starts a fold.
 class Folder {
   public:
-    void add(UsageRecord record);
+    void add(const UsageRecord& record);
+    void add(UsageRecord&& record);
     std::vector<UsageRecord> take() { return std::move(m_folded); }
 
   private:
+    // Builds the record's key into m_key and sums the record into the fold of that key;
+    // false when there is none yet, the key left in m_key for start().
+    bool addToExisting(const UsageRecord& record);
+    void start(UsageRecord record);
+
+    struct Hash {
+        using is_transparent = void;
+        size_t operator()(std::string_view text) const {
+            return std::hash<std::string_view>()(text);
+        }
+    };
     std::vector<UsageRecord> m_folded;
-    std::unordered_map<std::string, size_t> m_index;
+    std::unordered_map<std::string, size_t, Hash, std::equal_to<>> m_index;
+    std::string m_key;
+    // Neighbouring records mostly share a day: the last day start and its text.
+    double m_day = 0;
+    std::string m_dayText;
 };
 
 std::vector<UsageRecord> fold(const std::vector<UsageRecord>& records);

@@ -52,6 +52,31 @@ TEST(Fold, LocalMidnightSplitsDaysInTheUsersZone) {
               1u);
 }
 
+TEST(Fold, KeysThatComeBackFindTheirFoldWhateverCameBetween) {
+    // Days, projects and sessions switching back and forth, longer and shorter keys in
+    // turn: each record lands in the fold of its own key, the folds in order of first
+    // appearance, each named by its key.
+    testing::ScopedTimeZone utc("UTC0");
+    UsageRecord longer = logged("2025-03-02T10:00:00Z");
+    longer.project = "/w/a-much-longer-project-name";
+    UsageRecord bare = logged("2025-03-01T11:00:00Z");
+    bare.project.reset();
+    bare.session.reset();
+    Scan::Folder folder;
+    for (const UsageRecord& r : {logged("2025-03-01T09:00:00Z"), longer, bare,
+                                 logged("2025-03-01T10:00:00Z"), longer, bare, longer})
+        folder.add(r);
+    std::vector<std::pair<std::string, int64_t>> folds;
+    for (const UsageRecord& r : folder.take())
+        folds.emplace_back(r.id, r.calls);
+    EXPECT_EQ(
+        folds,
+        (std::vector<std::pair<std::string, int64_t>>{
+            {"claude-code|claude-sonnet-4-6|1740787200.0|/w/app|s1", 2},
+            {"claude-code|claude-sonnet-4-6|1740873600.0|/w/a-much-longer-project-name|s1", 3},
+            {"claude-code|claude-sonnet-4-6|1740787200.0||", 2}}));
+}
+
 TEST(Fold, ReportedCostsSumAndStayAbsentWhenNoneIsReported) {
     UsageRecord a = logged("2026-01-10T10:00:00Z"), b = logged("2026-01-10T11:00:00Z");
     a.reportedCostUSD = 0.10;
