@@ -69,11 +69,14 @@ Markers markers(std::string_view line, bool anyWillDo) {
 //
 // A file that holds a "token_usage_record" anywhere is read from those records alone;
 // otherwise from the running totals of its "token_count" events. Both kinds are
-// collected in the one pass, each with its own state, and one list is kept at the end:
+// folded in the one pass, each with its own state, and one fold is kept at the end:
 // once a record line has been seen the totals are no longer followed.
 class LogParser {
   public:
-    explicit LogParser(std::string fallbackSession) : m_session(std::move(fallbackSession)) {}
+    explicit LogParser(std::string fallbackSession) : m_session(std::move(fallbackSession)) {
+        m_record.provider = Provider::codexCLI;
+        m_record.calls = 1;
+    }
 
     void line(std::string_view text) {
         const Markers found = markers(text, m_recordMode);
@@ -104,7 +107,7 @@ class LogParser {
     }
 
     std::vector<UsageRecord> finish() {
-        return Scan::finish(m_recordMode ? m_fromRecords : m_fromTotals);
+        return m_recordMode ? m_fromRecords.take() : m_fromTotals.take();
     }
 
   private:
@@ -114,7 +117,7 @@ class LogParser {
             m_session = *id;
         else if (auto sessionId = payload["session_id"].string())
             m_session = *sessionId;
-        if (auto cwd = payload["cwd"].string()) m_project = std::string(*cwd);
+        if (auto cwd = payload["cwd"].string()) assign(m_project, *cwd);
         // A sub-agent's thread names its spawner, in the source object or (older logs)
         // as a parent thread id.
         const JSON source = payload["source"];
@@ -124,9 +127,9 @@ class LogParser {
 
     void turnContext(const JSON& payload) {
         if (!payload.isObject()) return;
-        if (auto model = payload["model"].string()) m_model = std::string(*model);
+        if (auto model = payload["model"].string()) assign(m_model, *model);
         if (!m_project) {
-            if (auto cwd = payload["cwd"].string()) m_project = std::string(*cwd);
+            if (auto cwd = payload["cwd"].string()) m_project.emplace(*cwd);
         }
     }
 
@@ -137,7 +140,7 @@ class LogParser {
         if (!m_model) return;
         auto date = Scan::date(timestamp);
         if (!date) return;
-        m_fromRecords.push_back(record(std::string(key), *date, counts));
+        count(m_fromRecords, *date, counts);
     }
 
     void tokenCount(const JSON& payload, std::string_view timestamp) {
@@ -166,29 +169,34 @@ class LogParser {
         if (!m_model) return;
         auto date = Scan::date(timestamp);
         if (!date) return;
-        std::string id;
-        id.reserve(m_session.size() + 1 + timestamp.size());
-        id.append(m_session).append("-").append(timestamp);
-        m_fromTotals.push_back(record(std::move(id), *date, delta));
+        count(m_fromTotals, *date, delta);
     }
 
-    UsageRecord record(std::string id, Date date, const Counts& counts) const {
-        UsageRecord r;
-        r.id = std::move(id);
-        r.date = date;
-        r.provider = Provider::codexCLI;
-        r.model = *m_model;
-        r.project = m_project;
-        r.session = m_session;
-        r.kind = m_subThread ? "subagent" : "session";
-        r.calls = 1;
+    // One request, folded as it comes. The record is rewritten in place each time, and its
+    // id is left empty because folding replaces it, so a request that adds to a fold seen
+    // before allocates nothing.
+    void count(Scan::Folder& into, Date date, const Counts& counts) {
+        UsageRecord& r = m_record;
         // input_tokens includes the cached part; we keep uncached input only.
         r.input = std::max<int64_t>(0, checkedSub(counts.input, counts.cachedInput));
         r.output = counts.output;
         r.cacheRead = counts.cachedInput;
         r.cacheWrite = counts.cacheWrite;
         r.reasoning = counts.reasoning;
-        return r;
+        r.date = date;
+        r.model = *m_model;
+        r.project = m_project;
+        r.session = m_session;
+        r.kind = m_subThread ? "subagent" : "session";
+        if (Scan::hasTokens(r)) into.add(r);
+    }
+
+    // Assigning into the string already there reuses its memory.
+    static void assign(std::optional<std::string>& to, std::string_view text) {
+        if (to)
+            to->assign(text);
+        else
+            to.emplace(text);
     }
 
     JSONParser m_parser;
@@ -199,8 +207,9 @@ class LogParser {
     bool m_recordMode = false;
     std::optional<Counts> m_previous;
     SeenKeys m_seen;
-    std::vector<UsageRecord> m_fromRecords;
-    std::vector<UsageRecord> m_fromTotals;
+    UsageRecord m_record;
+    Scan::Folder m_fromRecords;
+    Scan::Folder m_fromTotals;
 };
 
 }  // namespace
