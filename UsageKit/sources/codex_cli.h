@@ -35,6 +35,18 @@ class CodexCLISource : public UsageSource {
         bool operator==(const Counts&) const = default;
     };
 
+    // What a line may hold, told from its bytes before it is parsed: `any` when one of the
+    // quoted words "session_meta", "turn_context", "token_count" and "token_usage_record"
+    // occurs in it, `usageRecord` when the last one does. With `anyWillDo` the search stops
+    // at the first word, and `usageRecord` tells only whether that word was the last one.
+    // Public so that its test can compare it with a plain search.
+    struct Markers {
+        bool any = false;
+        bool usageRecord = false;
+        bool operator==(const Markers&) const = default;
+    };
+    static Markers markers(std::string_view line, bool anyWillDo);
+
     Provider provider() const override { return Provider::codexCLI; }
     std::vector<UsageRecord> scan(ScanCache& cache) const override;
 

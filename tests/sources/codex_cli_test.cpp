@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
+
 namespace usagekit {
 namespace {
 
@@ -86,6 +89,81 @@ TEST_F(CodexCLISourceTest, EachFixtureGivesExactlyItsRecords) {
         testing::expectFixtureRecords(
             fixture, CodexCLISource::parse(path),
             CodexCLISource::parse(testing::readText(path), path.stem().string()));
+    }
+}
+
+// The four words and what markers() must make of a line, by the plain definition: any word
+// anywhere; a usage record anywhere, or, when any word will do, only if it is the first word.
+const std::string_view kWords[] = {"\"session_meta\"", "\"turn_context\"", "\"token_count\"",
+                                   "\"token_usage_record\""};
+
+CodexCLISource::Markers plainMarkers(std::string_view line, bool anyWillDo) {
+    size_t first = std::string_view::npos;
+    for (std::string_view word : kWords)
+        first = std::min(first, line.find(word));
+    const size_t record = line.find(kWords[3]);
+    if (first == std::string_view::npos) return {};
+    return {true, anyWillDo ? record == first : record != std::string_view::npos};
+}
+
+void expectPlainMarkers(const std::string& line) {
+    for (bool anyWillDo : {false, true})
+        EXPECT_EQ(CodexCLISource::markers(line, anyWillDo), plainMarkers(line, anyWillDo))
+            << "anyWillDo=" << anyWillDo << " line=" << line;
+}
+
+TEST(CodexCLIMarkers, EachWordAndEachNearMissAtEveryOffset) {
+    // Across the 32- and 64-byte steps and into the last bytes of a line, which are
+    // searched differently. Amid quotes, a word that lacks its closing quote gets one from the next
+    // byte; amid "x" it stays a near miss.
+    std::vector<std::string> pieces(std::begin(kWords), std::end(kWords));
+    for (std::string_view word : kWords) {
+        std::string noClose(word.substr(0, word.size() - 1)), bent(word);
+        bent[bent.size() / 2] = 'X';
+        pieces.push_back(noClose);
+        pieces.push_back(bent);
+    }
+    pieces.insert(pieces.end(),
+                  {"\"token\"", "\"token_\"", "\"tokens\"", "session_meta\"",
+                   "\"total_token_usage\"", "\"turn\"", "\"se\"", "\\\"token_count\\\""});
+    for (const std::string& piece : pieces) {
+        for (char filler : {'x', '"'}) {
+            for (size_t length : {piece.size(), piece.size() + 1, 64ul, 65ul, 66ul, 140ul}) {
+                for (size_t at = 0; at + piece.size() <= length; ++at) {
+                    std::string line(length, filler);
+                    line.replace(at, piece.size(), piece);
+                    expectPlainMarkers(line);
+                }
+            }
+        }
+    }
+}
+
+TEST(CodexCLIMarkers, GeneratedLinesGiveWhatAPlainSearchGives) {
+    // Several words and near misses in one line, in every order and at every distance, so
+    // that the first word and a later usage record fall anywhere across the steps.
+    const std::string pieces[] = {"\"session_meta\"",
+                                  "\"turn_context\"",
+                                  "\"token_count\"",
+                                  "\"token_usage_record\"",
+                                  "\"session_meta",
+                                  "\"token",
+                                  "\"token_usage_record",
+                                  "\"to",
+                                  "\"s",
+                                  "\"t",
+                                  "\"",
+                                  "x",
+                                  "\\"};
+    std::mt19937 random(20261123);
+    for (int n = 0; n < 20000; ++n) {
+        std::string line;
+        const int count = static_cast<int>(random() % 8);
+        for (int i = 0; i < count; ++i) {
+            line.append(random() % 40, i % 2 ? '"' : 'y');
+            line += pieces[random() % std::size(pieces)];
+        }
+        expectPlainMarkers(line);
     }
 }
 
