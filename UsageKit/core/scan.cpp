@@ -10,6 +10,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <ctime>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -19,48 +20,84 @@ namespace usagekit::Scan {
 
 namespace {
 
-// Depth-first in directory order, each entry before its contents, hidden names skipped and
-// links never followed. Reads entry types from the directory itself, so a rescan of an
-// unchanged tree costs one readdir per directory and no stat per entry. Unreadable
-// directories are passed over.
-void walk(int directoryFd, const std::string& prefix, std::string_view named,
-          std::vector<fs::path>& found, int depth) {
-    DIR* directory = ::fdopendir(directoryFd);
+using Listing = DirectoryIndex::Listing;
+
+int64_t nanoseconds(const struct statx_timestamp& time) {
+    return static_cast<int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+// The directory's entries in directory order, hidden names (and "." and "..") left out.
+// Entry types come from the directory itself where the file system gives them, so a
+// listing costs no stat per entry. False when the directory cannot be read.
+bool list(const std::string& path, bool followLink, Listing& listing) {
+    const int fd =
+        ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
+    if (fd < 0) return false;
+    DIR* directory = ::fdopendir(fd);
     if (!directory) {
-        ::close(directoryFd);
-        return;
+        ::close(fd);
+        return false;
     }
     while (const dirent* entry = ::readdir(directory)) {
         const std::string_view name = entry->d_name;
-        if (name.empty() || name[0] == '.') continue;  // hidden, and "." and ".."
-        std::string path = prefix + "/" + entry->d_name;
-        if (name.ends_with(named)) found.emplace_back(path);
+        if (name.empty() || name[0] == '.') continue;
         bool isDirectory = entry->d_type == DT_DIR;
         if (entry->d_type == DT_UNKNOWN) {
             struct stat info {};
-            isDirectory =
-                ::fstatat(::dirfd(directory), entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
-                S_ISDIR(info.st_mode);
+            isDirectory = ::fstatat(fd, entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
+                          S_ISDIR(info.st_mode);
         }
-        // Each level holds one descriptor open; no log tree is anywhere near this deep.
-        if (!isDirectory || depth >= 64) continue;
-        const int child = ::openat(::dirfd(directory), entry->d_name,
-                                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-        if (child >= 0) walk(child, path, named, found, depth + 1);
+        listing.entries.push_back({std::string(name), isDirectory});
     }
     ::closedir(directory);
+    return true;
 }
+
+struct Walk {
+    std::string_view named;
+    DirectoryIndex* index;
+    int64_t now;  // nanoseconds since 1970, when the walk began
+    std::vector<fs::path>& found;
+
+    // Depth-first, each entry before its contents. Only `under` itself may be a link.
+    void visit(const std::string& path, int depth) {
+        Listing fresh;
+        const Listing* listing = nullptr;
+        if (index) {
+            struct statx info {};
+            const int flags = depth == 0 ? 0 : AT_SYMLINK_NOFOLLOW;
+            if (::statx(AT_FDCWD, path.c_str(), flags, STATX_TYPE | STATX_CTIME, &info) != 0 ||
+                !S_ISDIR(info.stx_mode))
+                return;
+            fresh.changed = nanoseconds(info.stx_ctime);
+            listing = index->reuse(path, fresh.changed);
+        }
+        if (!listing) {
+            if (!list(path, depth == 0, fresh)) return;
+            listing = &fresh;
+        }
+        const std::string_view prefix = path == "/" ? std::string_view() : path;
+        for (const DirectoryIndex::Entry& entry : listing->entries) {
+            std::string child = std::string(prefix) + "/" + entry.name;
+            if (entry.name.ends_with(named)) found.emplace_back(child);
+            // No log tree is anywhere near this deep; a loop of bind mounts could be.
+            if (entry.isDirectory && depth < 64) visit(child, depth + 1);
+        }
+        if (index && listing == &fresh) index->listed(path, std::move(fresh), now);
+    }
+};
 
 }  // namespace
 
-std::vector<fs::path> files(const fs::path& under, std::string_view named) {
+std::vector<fs::path> files(const fs::path& under, std::string_view named, DirectoryIndex* index) {
     std::vector<fs::path> found;
-    const int root = ::open(under.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (root < 0) return found;
-    std::string prefix = under.string();
-    while (prefix.size() > 1 && prefix.back() == '/')
-        prefix.pop_back();
-    walk(root, prefix == "/" ? std::string() : prefix, named, found, 0);
+    std::string root = under.string();
+    while (root.size() > 1 && root.back() == '/')
+        root.pop_back();
+    struct timespec now {};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    Walk walk{named, index, static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec, found};
+    walk.visit(root, 0);
     return found;
 }
 

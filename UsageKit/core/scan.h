@@ -4,6 +4,7 @@
 #pragma once
 
 #include "core/date.h"
+#include "core/directory_index.h"
 #include "core/usage_record.h"
 
 #include <cstring>
@@ -18,9 +19,13 @@ namespace usagekit::Scan {
 
 namespace fs = std::filesystem;
 
-// Every entry below `under` (recursively, hidden files and directories skipped) whose
-// name ends with `named`, in directory order. A missing directory gives an empty list.
-std::vector<fs::path> files(const fs::path& under, std::string_view named);
+// Every entry below `under` (recursively, hidden files and directories skipped, links
+// never followed) whose name ends with `named`, each entry before its contents, in
+// directory order. A missing directory gives an empty list; unreadable ones are passed over.
+// With an index, a directory whose change time is still the recorded one is not listed
+// again, and every listing made or reused is kept in the index for the next scan.
+std::vector<fs::path> files(const fs::path& under, std::string_view named,
+                            DirectoryIndex* index = nullptr);
 
 // ISO 8601 with or without fractional seconds; absent otherwise.
 std::optional<Date> date(std::string_view text);

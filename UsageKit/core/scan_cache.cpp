@@ -33,29 +33,37 @@ std::filesystem::path ScanCache::file() {
 
 ScanCache ScanCache::load() {
     waitForSave();
+    ScanCache cache;
     simdjson::padded_string text;
-    if (simdjson::padded_string::load(file().string()).get(text)) return ScanCache();
-    auto loaded = decode(text);
-    if (!loaded || loaded->version != kVersion) return ScanCache();
-    loaded->changed = false;
-    return std::move(*loaded);
+    if (!simdjson::padded_string::load(file().string()).get(text)) {
+        auto loaded = decode(text);
+        if (loaded && loaded->version == kVersion) {
+            cache = std::move(*loaded);
+            cache.changed = false;
+        }
+    }
+    cache.directories = DirectoryIndex::load();
+    return cache;
 }
 
 void ScanCache::save() {
     waitForSave();
     if (changed && Store::saveQuietly(*this, file())) changed = false;
+    directories.save();
 }
 
 void ScanCache::saveInBackground(ScanCache cache) {
-    if (!cache.changed) return;
+    if (!cache.changed && !cache.directories.changed()) return;
     // Everything the writer needs from elsewhere is resolved here, on the caller's thread.
-    std::filesystem::path target = file();
+    std::filesystem::path target = file(), indexTarget = DirectoryIndex::file();
     std::lock_guard lock(writerMutex);
     if (writer.joinable()) writer.join();
     static const bool joinsAtExit = std::atexit(waitForSave) == 0;
     (void)joinsAtExit;
-    writer = std::thread([cache = std::move(cache), target = std::move(target)] {
-        Store::saveQuietly(cache, target);
+    writer = std::thread([cache = std::move(cache), target = std::move(target),
+                          indexTarget = std::move(indexTarget)] {
+        if (cache.changed) Store::saveQuietly(cache, target);
+        cache.directories.save(indexTarget);
     });
 }
 

@@ -7,6 +7,7 @@
 // writing to a background thread (saveInBackground).
 #pragma once
 
+#include "core/directory_index.h"
 #include "core/json.h"
 #include "core/usage_record.h"
 
@@ -76,6 +77,10 @@ struct ScanCache {
                                            const ParseText& parse);
 
     void prune(const std::unordered_set<std::string>& keeping);
+
+    // What the log directories held, so that only changed ones are listed again (passed to
+    // Scan::files by the sources). Loaded and saved with the cache, in a file of its own.
+    DirectoryIndex directories;
 
     // The paths asked for during this scan (through records() or recordsOfFiles): the log
     // files that exist now. Not saved.

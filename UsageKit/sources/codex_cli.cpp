@@ -256,10 +256,10 @@ class LogParser {
 
 }  // namespace
 
-std::vector<std::filesystem::path> CodexCLISource::files() {
+std::vector<std::filesystem::path> CodexCLISource::files(DirectoryIndex* index) {
     std::vector<std::filesystem::path> found;
     for (const auto& root : {TallyPaths::codexSessions(), TallyPaths::codexArchived()}) {
-        for (auto& file : Scan::files(root, ".jsonl")) {
+        for (auto& file : Scan::files(root, ".jsonl", index)) {
             if (file.filename().string().starts_with("rollout-")) found.push_back(std::move(file));
         }
     }
@@ -267,7 +267,7 @@ std::vector<std::filesystem::path> CodexCLISource::files() {
 }
 
 std::vector<UsageRecord> CodexCLISource::scan(ScanCache& cache) const {
-    return recordsOfFiles(cache, files(),
+    return recordsOfFiles(cache, files(&cache.directories),
                           [](const std::filesystem::path& file) { return parse(file); });
 }
 

@@ -91,11 +91,11 @@ std::vector<fs::path> CopilotSource::roots() {
     return TallyPaths::copilotRoots();
 }
 
-std::vector<fs::path> CopilotSource::files() {
+std::vector<fs::path> CopilotSource::files(DirectoryIndex* index) {
     std::vector<fs::path> found;
     for (const fs::path& root : roots())
         for (std::string_view suffix : {".jsonl", ".json"})
-            for (fs::path& file : Scan::files(root, suffix))
+            for (fs::path& file : Scan::files(root, suffix, index))
                 found.push_back(std::move(file));
     return found;
 }
@@ -114,7 +114,7 @@ std::vector<UsageRecord> CopilotSource::parseFile(const fs::path& file) {
 }
 
 std::vector<UsageRecord> CopilotSource::scan(ScanCache& cache) const {
-    return recordsOfFiles(cache, files(), parseFile);
+    return recordsOfFiles(cache, files(&cache.directories), parseFile);
 }
 
 }  // namespace usagekit

@@ -237,19 +237,19 @@ std::optional<std::string> GeminiCLISource::projectName(const fs::path& near) {
     }
 }
 
-std::vector<fs::path> GeminiCLISource::files() {
+std::vector<fs::path> GeminiCLISource::files(DirectoryIndex* index) {
     std::vector<fs::path> found;
     for (const fs::path& home : TallyPaths::geminiHomes()) {
         const fs::path tmp = home / "tmp";
         for (std::string_view suffix : {".jsonl", ".json"})
-            for (fs::path& file : Scan::files(tmp, suffix))
+            for (fs::path& file : Scan::files(tmp, suffix, index))
                 if (isChatFile(file)) found.push_back(std::move(file));
     }
     return found;
 }
 
 std::vector<UsageRecord> GeminiCLISource::scan(ScanCache& cache) const {
-    return recordsOfFiles(cache, files(), parseFile);
+    return recordsOfFiles(cache, files(&cache.directories), parseFile);
 }
 
 }  // namespace usagekit

@@ -83,8 +83,9 @@ class LogParser {
 }  // namespace
 
 std::vector<UsageRecord> GrokCLISource::scan(ScanCache& cache) const {
-    return recordsOfFiles(cache, Scan::files(TallyPaths::grokSessions(), "updates.jsonl"),
-                          [](const std::filesystem::path& file) { return parse(file); });
+    return recordsOfFiles(
+        cache, Scan::files(TallyPaths::grokSessions(), "updates.jsonl", &cache.directories),
+        [](const std::filesystem::path& file) { return parse(file); });
 }
 
 std::vector<UsageRecord> GrokCLISource::parse(const std::filesystem::path& file) {

@@ -10,7 +10,7 @@
 namespace usagekit {
 
 class UsageSource {
-public:
+  public:
     virtual ~UsageSource() = default;
     virtual Provider provider() const = 0;
     // Every record the source has now. Files that did not change come from `cache`, and

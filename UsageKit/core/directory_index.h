@@ -1,0 +1,69 @@
+// What each log directory held when a scan last listed it, so that a rescan lists only the
+// directories that changed since ("usage-scan-directories.json", beside the scan cache).
+// A heavy user's log trees hold hundreds of directories, and listing one costs several
+// times what asking for its status does.
+//
+// A directory's status-change time moves whenever an entry is added to it, removed from
+// it or renamed in it, and unlike the modification time no copy or sync tool can set it
+// back: a directory whose change time is exactly the one recorded holds the recorded
+// names. Listings are recorded only once the directory has been still for a few seconds,
+// because file systems keep coarse times and a change right after our listing could
+// otherwise leave the time as it was. The files in a directory still get their own stat:
+// appending to a log does not touch its directory.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+namespace usagekit {
+
+class DirectoryIndex {
+  public:
+    static constexpr int64_t kVersion = 1;
+    // How long a directory must have been still before its listing is kept.
+    static constexpr int64_t kSettledNanoseconds = 5'000'000'000;
+
+    struct Entry {
+        std::string name;
+        bool isDirectory = false;
+        bool operator==(const Entry&) const = default;
+    };
+    struct Listing {
+        int64_t changed = 0;         // status-change time, nanoseconds since 1970
+        std::vector<Entry> entries;  // in the order the directory gave them
+        bool operator==(const Listing&) const = default;
+    };
+
+    static std::filesystem::path file();
+    // The saved index; an empty one when missing, unreadable or of another version.
+    static DirectoryIndex load();
+    // Writes what this scan kept when it differs from what was loaded; failures are ignored.
+    void save(const std::filesystem::path& to = file()) const;
+
+    // The recorded listing of `path` when the directory's change time is still `changed`,
+    // kept for the next scan too; else nullptr. Valid until the next call.
+    const Listing* reuse(const std::string& path, int64_t changed);
+    // A listing this scan read; kept for the next scan when the directory has settled by
+    // `now` (nanoseconds since 1970).
+    void listed(const std::string& path, Listing listing, int64_t now);
+
+    // Whether the next scan would load something other than what this one loaded.
+    bool changed() const;
+    const std::unordered_map<std::string, Listing>& kept() const { return m_kept; }
+
+    std::string encode() const;
+    static std::optional<DirectoryIndex> decode(std::string_view text);
+
+  private:
+    std::unordered_map<std::string, Listing> m_loaded;  // taken from as directories are reused
+    std::unordered_map<std::string, Listing> m_kept;
+    size_t m_loadedCount = 0;
+    bool m_listedAnew = false;
+};
+
+}  // namespace usagekit

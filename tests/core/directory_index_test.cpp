@@ -1,0 +1,120 @@
+#include "core/directory_index.h"
+#include "core/scan.h"
+
+#include "support/temp_home.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+namespace usagekit {
+namespace fs = std::filesystem;
+namespace {
+
+int64_t changeTime(const fs::path& directory) {
+    struct statx info {};
+    if (::statx(AT_FDCWD, directory.c_str(), 0, STATX_CTIME, &info) != 0)
+        throw std::runtime_error("cannot stat " + directory.string());
+    return static_cast<int64_t>(info.stx_ctime.tv_sec) * 1'000'000'000 + info.stx_ctime.tv_nsec;
+}
+
+std::vector<std::string> relative(const std::vector<fs::path>& found, const fs::path& base) {
+    std::vector<std::string> names;
+    for (const fs::path& file : found)
+        names.push_back(file.string().substr(base.string().size()));
+    return names;
+}
+
+// An index that says `directory` held `entries` when its change time was `changed`.
+DirectoryIndex recorded(const fs::path& directory, int64_t changed,
+                        std::vector<DirectoryIndex::Entry> entries) {
+    DirectoryIndex index;
+    index.listed(directory.string(), {changed, std::move(entries)},
+                 changed + DirectoryIndex::kSettledNanoseconds + 1);
+    return *DirectoryIndex::decode(index.encode());
+}
+
+class DirectoryIndexWalk : public testing::TempHome {};
+
+TEST_F(DirectoryIndexWalk, AnUnchangedDirectoryIsNotListedAgainAndAChangedOneIs) {
+    write("p/a.jsonl", "");
+    write("p/sub/b.jsonl", "");
+    const fs::path p = home / "p";
+    // The recorded listing names a file that is not there: only a walk that trusts the
+    // index reports it, which shows the directory was not read again.
+    DirectoryIndex index = recorded(p, changeTime(p), {{"ghost.jsonl", false}, {"sub", true}});
+    EXPECT_EQ(relative(Scan::files(p, ".jsonl", &index), home),
+              (std::vector<std::string>{"/p/ghost.jsonl", "/p/sub/b.jsonl"}));
+
+    // Once an entry is added the change time moves and the directory is read as it is.
+    // (File systems keep coarse times; the pause lets the clock they use move on.)
+    DirectoryIndex stale = recorded(p, changeTime(p), {{"ghost.jsonl", false}});
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    write("p/c.jsonl", "");
+    auto found = relative(Scan::files(p, ".jsonl", &stale), home);
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(found, (std::vector<std::string>{"/p/a.jsonl", "/p/c.jsonl", "/p/sub/b.jsonl"}));
+}
+
+TEST_F(DirectoryIndexWalk, WalksWithAndWithoutAnIndexFindTheSameFilesInTheSameOrder) {
+    for (int i = 0; i < 40; ++i)
+        write("p/s" + std::to_string(i % 7) + "/f" + std::to_string(i) + ".jsonl", "");
+    write("p/.hidden/x.jsonl", "");
+    fs::create_directory_symlink(home / "p" / "s1", home / "p" / "link");
+    fs::create_directory_symlink(home / "p", home / "root-link");  // the root may be a link
+    DirectoryIndex index;
+    const auto plain = Scan::files(home / "root-link", ".jsonl");
+    EXPECT_EQ(plain.size(), 40u);
+    EXPECT_EQ(Scan::files(home / "root-link", ".jsonl", &index), plain);
+    // Directories made a moment ago have not settled: their listings are not kept.
+    EXPECT_TRUE(index.kept().empty());
+    EXPECT_FALSE(index.changed());
+}
+
+TEST(DirectoryIndex, KeepsOnlySettledListingsAndNoticesWhatChanged) {
+    const int64_t now = 2'000'000'000'000'000'000;
+    const int64_t settled = now - DirectoryIndex::kSettledNanoseconds - 1;
+    DirectoryIndex first;
+    first.listed("/a", {settled, {{"x.jsonl", false}}}, now);
+    first.listed("/b", {now - 1000, {{"y.jsonl", false}}}, now);  // changed a moment ago
+    EXPECT_TRUE(first.changed());
+    EXPECT_EQ(first.kept().size(), 1u);
+
+    auto loaded = DirectoryIndex::decode(first.encode());
+    ASSERT_TRUE(loaded);
+    ASSERT_TRUE(loaded->reuse("/a", settled));
+    EXPECT_EQ(loaded->reuse("/a", settled)->entries[0].name, "x.jsonl");  // twice in one scan
+    EXPECT_FALSE(loaded->changed());
+
+    auto moved = DirectoryIndex::decode(first.encode());
+    EXPECT_FALSE(moved->reuse("/a", settled + 1));  // its time moved: listed again
+    EXPECT_TRUE(moved->changed());                  // and the old listing is gone
+}
+
+TEST(DirectoryIndex, ADamagedOrForeignFileReadsAsAnEmptyIndex) {
+    DirectoryIndex index;
+    index.listed("/a \"q\"", {5, {{"x.jsonl", false}, {"sub", true}}},
+                 6 + DirectoryIndex::kSettledNanoseconds);
+    const std::string good = index.encode();
+    auto loaded = DirectoryIndex::decode(good);
+    ASSERT_TRUE(loaded);
+    ASSERT_TRUE(loaded->reuse("/a \"q\"", 5));
+    EXPECT_EQ(loaded->reuse("/a \"q\"", 5)->entries, index.kept().at("/a \"q\"").entries);
+
+    for (size_t length = 0; length < good.size(); ++length)
+        EXPECT_FALSE(DirectoryIndex::decode(good.substr(0, length))) << length;
+    std::string foreign = good;
+    foreign.replace(foreign.find("\"version\" : 1"), 13, "\"version\" : 2");
+    EXPECT_FALSE(DirectoryIndex::decode(foreign));
+    std::string slashed = good;
+    slashed.replace(slashed.find("\"x.jsonl\""), 9, "\"x/y\"");
+    EXPECT_FALSE(DirectoryIndex::decode(slashed));
+}
+
+}  // namespace
+}  // namespace usagekit
