@@ -342,7 +342,10 @@ std::optional<std::string> url(const std::string& base, const Query& query) {
     const size_t queryStart = base.find_first_of("?#");
     const size_t fragmentStart = base.find('#');
     std::string out = base.substr(0, queryStart);
-    if (!query.empty()) out += "?" + encodedPairs(query);
+    if (!query.empty()) {
+        out += '?';
+        out += encodedPairs(query);
+    }
     if (fragmentStart != std::string::npos) out += base.substr(fragmentStart);
     return out;
 }

@@ -51,8 +51,11 @@ std::optional<std::string> readFile(const fs::path& path) {
 
 fs::path writeTemporary(const std::string& data, const fs::path& target) {
     createDirectories(target.parent_path());
-    fs::path temporary = target.parent_path() /
-                         ("." + target.filename().string() + ".tmp-" + randomUUID().substr(0, 8));
+    std::string name = ".";
+    name += target.filename().string();
+    name += ".tmp-";
+    name += randomUUID().substr(0, 8);
+    fs::path temporary = target.parent_path() / name;
     int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     if (fd < 0) fail("cannot create " + temporary.string());
     size_t written = 0;
@@ -104,7 +107,8 @@ fs::path quarantine(const fs::path& path) {
     std::error_code ec;
     for (int n = 2; fs::exists(aside, ec); ++n) {
         aside = quarantinePath(path, Date::now());
-        aside += "-" + std::to_string(n);
+        aside += '-';
+        aside += std::to_string(n);
     }
     fs::rename(path, aside, ec);
     return aside;

@@ -22,7 +22,7 @@ std::string roundedDecimal(double amount, int decimals) {
     size_t point = text.find('.');
     std::string whole = point == std::string::npos ? text : text.substr(0, point);
     std::string fraction = point == std::string::npos ? "" : text.substr(point + 1);
-    if (whole.empty()) whole = "0";
+    if (whole.empty()) whole.push_back('0');
 
     std::string digits = whole + fraction;  // all digits, the point implied
     size_t keep = whole.size() + static_cast<size_t>(decimals);
@@ -49,7 +49,10 @@ std::string roundedDecimal(double amount, int decimals) {
     }
     size_t wholeLength = digits.size() - static_cast<size_t>(decimals);
     std::string result = digits.substr(0, wholeLength);
-    if (decimals > 0) result += "." + digits.substr(wholeLength);
+    if (decimals > 0) {
+        result += '.';
+        result += digits.substr(wholeLength);
+    }
     return result;
 }
 

@@ -52,8 +52,10 @@ std::string csv(const std::vector<UsageRecord>& records, const Pricing& pricing)
         out.push_back(',');
         field(out, r->kind);
         for (int64_t count :
-             {r->calls, r->input, r->output, r->cacheRead, r->cacheWrite, r->reasoning})
-            out += "," + std::to_string(count);
+             {r->calls, r->input, r->output, r->cacheRead, r->cacheWrite, r->reasoning}) {
+            out += ',';
+            out += std::to_string(count);
+        }
         char cost[64];
         std::snprintf(cost, sizeof cost, ",%.6f,", pricing.cost(*r));
         out += cost;
