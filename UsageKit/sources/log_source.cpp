@@ -52,28 +52,33 @@ std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
     std::vector<ScanCache::Stamp> stamps(files.size());
     onAllCores(files.size(), 512, [&](size_t i) { stamps[i] = ScanCache::stamp(files[i]); });
 
-    std::vector<std::string> paths;
     std::vector<const ScanCache::Entry*> cached(files.size());
     std::vector<size_t> misses;
-    paths.reserve(files.size());
+    size_t count = 0;
     for (size_t i = 0; i < files.size(); ++i) {
-        paths.push_back(files[i].string());
-        cache.visited.insert(paths.back());
-        cached[i] = cache.hit(paths[i], stamps[i]);
-        if (!cached[i]) misses.push_back(i);
+        const std::string& path = files[i].native();
+        cache.visited.insert(path);
+        cached[i] = cache.hit(path, stamps[i]);
+        if (cached[i])
+            count += cached[i]->records.size();
+        else
+            misses.push_back(i);
     }
 
     // Results land in each file's own slot, so the order never depends on timing.
     std::vector<std::vector<UsageRecord>> parsed(files.size());
     onAllCores(misses.size(), 1, [&](size_t m) { parsed[misses[m]] = parse(files[misses[m]]); });
 
+    for (size_t m : misses)
+        count += parsed[m].size();
     std::vector<UsageRecord> all;
+    all.reserve(count);
     for (size_t i = 0; i < files.size(); ++i) {
         if (cached[i]) {
             all.insert(all.end(), cached[i]->records.begin(), cached[i]->records.end());
         } else {
             all.insert(all.end(), parsed[i].begin(), parsed[i].end());
-            cache.store(paths[i], stamps[i], std::move(parsed[i]));
+            cache.store(files[i].native(), stamps[i], std::move(parsed[i]));
         }
     }
     return all;
