@@ -89,7 +89,7 @@ bool decodeListing(od::value json, DirectoryIndex::Listing& listing) {
     for (auto item : object) {
         od::field field;
         std::string_view key;
-        if (std::move(item).get(field) || field.unescaped_key().get(key)) return false;
+        if (std::move(item).get(field) || !OnDemandJSON::key(field, key)) return false;
         if (key == "changed" && !sawChanged) {
             sawChanged = true;
             if (field.value().get_int64().get(listing.changed)) return false;
@@ -124,7 +124,7 @@ std::optional<DirectoryIndex> DirectoryIndex::decode(std::string_view text) {
     for (auto item : root) {
         od::field field;
         std::string_view key;
-        if (std::move(item).get(field) || field.unescaped_key().get(key)) return std::nullopt;
+        if (std::move(item).get(field) || !OnDemandJSON::key(field, key)) return std::nullopt;
         if (key == "version" && !sawVersion) {
             sawVersion = true;
             int64_t version = 0;
@@ -136,7 +136,7 @@ std::optional<DirectoryIndex> DirectoryIndex::decode(std::string_view text) {
             for (auto member : directories) {
                 od::field directory;
                 std::string_view path;
-                if (std::move(member).get(directory) || directory.unescaped_key().get(path))
+                if (std::move(member).get(directory) || !OnDemandJSON::key(directory, path))
                     return std::nullopt;
                 Listing listing;
                 if (!decodeListing(directory.value(), listing)) return std::nullopt;
@@ -144,10 +144,7 @@ std::optional<DirectoryIndex> DirectoryIndex::decode(std::string_view text) {
             }
         }
     }
-    const char* rest = nullptr;
-    if (!sawDirectories || !sawVersion ||
-        document.current_location().get(rest) != simdjson::OUT_OF_BOUNDS)
-        return std::nullopt;
+    if (!sawDirectories || !sawVersion || !OnDemandJSON::endedAtRoot(document)) return std::nullopt;
     index.m_loadedCount = index.m_loaded.size();
     return index;
 }

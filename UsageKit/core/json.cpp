@@ -1,8 +1,10 @@
 #include "core/json.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <stdexcept>
 
 namespace usagekit {
@@ -207,6 +209,40 @@ void JSON::write(JsonWriter& writer) const {
             break;
         }
     }
+}
+
+namespace {
+
+// The bytes of `word` equal to `c`, as the high bit of each. Exact up to the first such
+// byte, which is all that is used.
+constexpr uint64_t bytesEqual(uint64_t word, unsigned char c) {
+    constexpr uint64_t kOnes = 0x0101010101010101;
+    const uint64_t x = word ^ (kOnes * c);
+    return (x - kOnes) & ~x & (kOnes << 7);
+}
+
+}  // namespace
+
+bool OnDemandJSON::key(simdjson::ondemand::field& field, std::string_view& name) {
+    // Stage 1 has checked that every string closes, so the scan stops at the closing quote
+    // at the latest, and a word read past it stays within the padding after the document.
+    const char* key = field.key().raw();
+    for (size_t at = 0;; at += 8) {
+        uint64_t word;
+        std::memcpy(&word, key + at, sizeof word);
+        if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
+        const uint64_t stops = bytesEqual(word, '"') | bytesEqual(word, '\\');
+        if (!stops) continue;
+        const size_t end = at + static_cast<size_t>(std::countr_zero(stops)) / 8;
+        if (key[end] == '\\') break;
+        name = std::string_view(key, end);
+        return true;
+    }
+    return field.unescaped_key().get(name) == simdjson::SUCCESS;
+}
+
+bool OnDemandJSON::endedAtRoot(simdjson::ondemand::document& document) {
+    return document.current_location().error() == simdjson::OUT_OF_BOUNDS;
 }
 
 std::optional<JSON> JSONParser::parse(std::string_view text) {

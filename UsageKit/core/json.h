@@ -66,6 +66,20 @@ class JSON {
 // The whole text must be a decimal number in the C locale; a leading blank fails.
 std::optional<double> decimalNumber(std::string_view text);
 
+// Helpers for simdjson's On-Demand parser, which the hot readers use: it walks a document
+// once and steps over what it is not asked for, where a DOM copies every string.
+namespace OnDemandJSON {
+// A field's key compared the way a parsed document compares keys: unescaped, so that
+// "us\u0061ge" is "usage". Keys almost never hold an escape, so a key is taken as written
+// when it holds none, its closing quote found eight bytes at a time, rather than copied
+// out unescaped. Reads past the key stay within the document's padding. False when the
+// key cannot be read.
+bool key(simdjson::ondemand::field& field, std::string_view& name);
+// Whether the document ended where its root value closed: text after it, or a root that
+// never closed, makes a document as unreadable as a torn one.
+bool endedAtRoot(simdjson::ondemand::document& document);
+}  // namespace OnDemandJSON
+
 // A reusable parser: one per thread, reused line after line. The JSON it returns is valid
 // until the next parse.
 class JSONParser {

@@ -76,6 +76,14 @@ std::optional<double> Decode::OnDemand::number(od::value json) {
 }
 
 std::optional<int64_t> Decode::OnDemand::integer(od::value json) {
+    // Counts are nearly always plain integers, read exactly; beyond 2^53, and for any
+    // other spelling of a number, the value goes through a double as the DOM reader has it.
+    int64_t exact = 0;
+    constexpr int64_t kExactInDouble = int64_t{1} << 53;
+    if (json.get_int64().get(exact) == simdjson::SUCCESS) {
+        if (exact >= -kExactInDouble && exact <= kExactInDouble) return exact;
+        return wholeCount(static_cast<double>(exact));
+    }
     auto value = number(json);
     if (!value) return std::nullopt;
     return wholeCount(*value);

@@ -22,7 +22,7 @@ bool forEachMember(od::value json, Member&& member) {
     for (auto item : object) {
         od::field field;
         std::string_view key;
-        if (std::move(item).get(field) || field.unescaped_key().get(key)) return false;
+        if (std::move(item).get(field) || !OnDemandJSON::key(field, key)) return false;
         if (!member(key, field.value())) return false;
     }
     return true;
@@ -79,7 +79,7 @@ std::optional<ScanCache> ScanCache::decode(const simdjson::padded_string& text) 
         for (auto item : files) {
             od::field field;
             std::string_view path;
-            if (std::move(item).get(field) || field.unescaped_key().get(path)) return false;
+            if (std::move(item).get(field) || !OnDemandJSON::key(field, path)) return false;
             std::string name(path);
             if (cache.files.contains(name)) continue;  // a repeated path: the first counts
             auto entry = Entry::decode(field.value());
@@ -89,9 +89,8 @@ std::optional<ScanCache> ScanCache::decode(const simdjson::padded_string& text) 
         return true;
     });
     // Text after the object makes the file as unreadable as a torn one.
-    const char* rest = nullptr;
-    const bool atEnd = document.current_location().get(rest) == simdjson::OUT_OF_BOUNDS;
-    if (!decoded || !version || !sawFiles || !atEnd) return std::nullopt;
+    if (!decoded || !version || !sawFiles || !OnDemandJSON::endedAtRoot(document))
+        return std::nullopt;
     cache.version = *version;
     return cache;
 }

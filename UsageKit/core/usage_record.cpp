@@ -137,7 +137,7 @@ std::optional<Provider> providerOf(simdjson::ondemand::value json) {
     for (auto member : object) {
         simdjson::ondemand::field field;
         std::string_view key;
-        if (std::move(member).get(field) || field.unescaped_key().get(key)) return std::nullopt;
+        if (std::move(member).get(field) || !OnDemandJSON::key(field, key)) return std::nullopt;
         if (key != "id") continue;
         auto id = Decode::OnDemand::string(field.value());
         if (!id) return std::nullopt;
@@ -159,7 +159,7 @@ std::optional<UsageRecord> UsageRecord::decode(simdjson::ondemand::value json) {
     for (auto member : object) {
         simdjson::ondemand::field field;
         std::string_view key;
-        if (std::move(member).get(field) || field.unescaped_key().get(key)) return std::nullopt;
+        if (std::move(member).get(field) || !OnDemandJSON::key(field, key)) return std::nullopt;
         unsigned which = 0;
         while (which < kFieldCount && kFieldNames[which] != key)
             ++which;

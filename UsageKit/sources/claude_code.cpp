@@ -11,7 +11,6 @@
 #include <simdjson.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <optional>
@@ -73,35 +72,6 @@ Key usageKey(std::string_view name) {
     if (name == "cache_read_input_tokens") return kCacheRead;
     if (name == "cache_creation_input_tokens") return kCacheWrite;
     return kOther;
-}
-
-// The bytes of `word` equal to `c`, as the high bit of each. Exact up to the first such
-// byte, which is all that is used.
-constexpr uint64_t bytesEqual(uint64_t word, unsigned char c) {
-    constexpr uint64_t kOnes = 0x0101010101010101;
-    const uint64_t x = word ^ (kOnes * c);
-    return (x - kOnes) & ~x & (kOnes << 7);
-}
-
-// A field's key, compared the way a parsed document compares keys: unescaped, so that
-// "us\u0061ge" is "usage". Keys almost never hold an escape, so the key is first taken as
-// written, up to its closing quote, found eight bytes at a time: much cheaper than
-// unescaping every key of every line. Stage 1 has checked that every string closes, and
-// a word read past the quote stays within the padding after the line.
-bool keyName(ondemand::field& field, std::string_view& name) {
-    const char* key = field.key().raw();
-    for (size_t at = 0;; at += 8) {
-        uint64_t word;
-        std::memcpy(&word, key + at, sizeof word);
-        if constexpr (std::endian::native == std::endian::big) word = __builtin_bswap64(word);
-        const uint64_t stops = bytesEqual(word, '"') | bytesEqual(word, '\\');
-        if (!stops) continue;
-        const size_t end = at + static_cast<size_t>(std::countr_zero(stops)) / 8;
-        if (key[end] == '\\') break;
-        name = std::string_view(key, end);
-        return true;
-    }
-    return field.unescaped_key().get(name) == simdjson::SUCCESS;
 }
 
 // The state of one file's parse. Each file gets its own, so files can be parsed on
@@ -210,7 +180,7 @@ class LogParser {
             // A line that breaks off or goes wrong between fields shows as an error here.
             ondemand::field field;
             std::string_view name;
-            if (std::move(result).get(field) || !keyName(field, name)) return false;
+            if (std::move(result).get(field) || !OnDemandJSON::key(field, name)) return false;
             const Key key = rootKey(name);
             if (key == kOther || (taken & key)) continue;
             taken |= key;
@@ -244,7 +214,7 @@ class LogParser {
             if (!ok) return false;
         }
         // The root object has closed; the line must end there.
-        return (taken & kMessage) && document.current_location().error() == simdjson::OUT_OF_BOUNDS;
+        return (taken & kMessage) && OnDemandJSON::endedAtRoot(document);
     }
 
     // message: an object, of which model and usage are read. False unless usage is there
@@ -256,7 +226,7 @@ class LogParser {
         for (auto result : message) {
             ondemand::field field;
             std::string_view name;
-            if (std::move(result).get(field) || !keyName(field, name)) return false;
+            if (std::move(result).get(field) || !OnDemandJSON::key(field, name)) return false;
             const Key key = messageKey(name);
             if (key == kOther || (taken & key)) continue;
             taken |= key;
@@ -282,7 +252,7 @@ class LogParser {
         for (auto result : usage) {
             ondemand::field field;
             std::string_view name;
-            if (std::move(result).get(field) || !keyName(field, name)) return false;
+            if (std::move(result).get(field) || !OnDemandJSON::key(field, name)) return false;
             const Key key = usageKey(name);
             if (key == kOther || (taken & key)) continue;
             taken |= key;
