@@ -83,20 +83,17 @@ std::string DirectoryIndex::encode() const {
 namespace {
 
 bool decodeListing(od::value json, DirectoryIndex::Listing& listing) {
-    od::object object;
-    if (json.get_object().get(object)) return false;
     bool sawChanged = false, sawEntries = false;
-    for (auto item : object) {
-        od::field field;
-        std::string_view key;
-        if (std::move(item).get(field) || !OnDemandJSON::key(field, key)) return false;
-        if (key == "changed" && !sawChanged) {
-            sawChanged = true;
-            if (field.value().get_int64().get(listing.changed)) return false;
-        } else if (key == "entries" && !sawEntries) {
+    const bool decoded =
+        OnDemandJSON::forEachField(json, [&](std::string_view key, od::value value) {
+            if (key == "changed" && !sawChanged) {
+                sawChanged = true;
+                return value.get_int64().get(listing.changed) == simdjson::SUCCESS;
+            }
+            if (key != "entries" || sawEntries) return true;
             sawEntries = true;
             od::array array;
-            if (field.value().get_array().get(array)) return false;
+            if (value.get_array().get(array)) return false;
             for (auto element : array) {
                 std::string_view name;
                 if (std::move(element).get_string().get(name)) return false;
@@ -105,9 +102,9 @@ bool decodeListing(od::value json, DirectoryIndex::Listing& listing) {
                 if (name.empty() || name.find('/') != std::string_view::npos) return false;
                 listing.entries.push_back({std::string(name), isDirectory});
             }
-        }
-    }
-    return sawChanged && sawEntries;
+            return true;
+        });
+    return decoded && sawChanged && sawEntries;
 }
 
 }  // namespace
@@ -116,35 +113,28 @@ std::optional<DirectoryIndex> DirectoryIndex::decode(std::string_view text) {
     const simdjson::padded_string padded(text);
     od::parser parser;
     od::document document;
-    od::object root;
-    if (parser.iterate(padded).get(document) || document.get_object().get(root))
-        return std::nullopt;
+    od::value root;
+    if (parser.iterate(padded).get(document) || document.get_value().get(root)) return std::nullopt;
     DirectoryIndex index;
     bool sawDirectories = false, sawVersion = false;
-    for (auto item : root) {
-        od::field field;
-        std::string_view key;
-        if (std::move(item).get(field) || !OnDemandJSON::key(field, key)) return std::nullopt;
-        if (key == "version" && !sawVersion) {
-            sawVersion = true;
-            int64_t version = 0;
-            if (field.value().get_int64().get(version) || version != kVersion) return std::nullopt;
-        } else if (key == "directories" && !sawDirectories) {
-            sawDirectories = true;
-            od::object directories;
-            if (field.value().get_object().get(directories)) return std::nullopt;
-            for (auto member : directories) {
-                od::field directory;
-                std::string_view path;
-                if (std::move(member).get(directory) || !OnDemandJSON::key(directory, path))
-                    return std::nullopt;
-                Listing listing;
-                if (!decodeListing(directory.value(), listing)) return std::nullopt;
-                index.m_loaded.try_emplace(std::string(path), std::move(listing));
+    const bool decoded =
+        OnDemandJSON::forEachField(root, [&](std::string_view key, od::value value) {
+            if (key == "version" && !sawVersion) {
+                sawVersion = true;
+                int64_t version = 0;
+                return value.get_int64().get(version) == simdjson::SUCCESS && version == kVersion;
             }
-        }
-    }
-    if (!sawDirectories || !sawVersion || !OnDemandJSON::endedAtRoot(document)) return std::nullopt;
+            if (key != "directories" || sawDirectories) return true;
+            sawDirectories = true;
+            return OnDemandJSON::forEachField(value, [&](std::string_view path, od::value item) {
+                Listing listing;
+                if (!decodeListing(item, listing)) return false;
+                index.m_loaded.try_emplace(std::string(path), std::move(listing));
+                return true;
+            });
+        });
+    if (!decoded || !sawDirectories || !sawVersion || !OnDemandJSON::endedAtRoot(document))
+        return std::nullopt;
     index.m_loadedCount = index.m_loaded.size();
     return index;
 }

@@ -78,6 +78,21 @@ bool key(simdjson::ondemand::field& field, std::string_view& name);
 // Whether the document ended where its root value closed: text after it, or a root that
 // never closed, makes a document as unreadable as a torn one.
 bool endedAtRoot(simdjson::ondemand::document& document);
+
+// Calls `member(key, value)` for each field of `json` in order; `member` returns false to
+// stop with failure. False when `json` is not an object or a field cannot be read.
+template <class Member>
+bool forEachField(simdjson::ondemand::value json, Member&& member) {
+    simdjson::ondemand::object object;
+    if (json.get_object().get(object)) return false;
+    for (auto item : object) {
+        simdjson::ondemand::field field;
+        std::string_view name;
+        if (std::move(item).get(field) || !key(field, name)) return false;
+        if (!member(name, field.value())) return false;
+    }
+    return true;
+}
 }  // namespace OnDemandJSON
 
 // A reusable parser: one per thread, reused line after line. The JSON it returns is valid

@@ -13,21 +13,6 @@ namespace od = simdjson::ondemand;
 
 namespace {
 
-// Calls `member(key, value)` for each member of `json`, an object; `member` returns false
-// to fail the whole decode. False when `json` is not an object.
-template <class Member>
-bool forEachMember(od::value json, Member&& member) {
-    od::object object;
-    if (json.get_object().get(object)) return false;
-    for (auto item : object) {
-        od::field field;
-        std::string_view key;
-        if (std::move(item).get(field) || !OnDemandJSON::key(field, key)) return false;
-        if (!member(key, field.value())) return false;
-    }
-    return true;
-}
-
 // Reads `value` into `into` unless an earlier occurrence of its key already did.
 template <class T, class Read>
 bool first(std::optional<T>& into, od::value value, Read read) {
@@ -42,22 +27,23 @@ std::optional<ScanCache::Entry> ScanCache::Entry::decode(od::value json) {
     std::optional<int64_t> size;
     std::optional<double> modified;
     std::optional<std::vector<UsageRecord>> records;
-    const bool decoded = forEachMember(json, [&](std::string_view key, od::value value) {
-        if (key == "size") return first(size, value, Decode::OnDemand::integer);
-        if (key == "modified") return first(modified, value, Decode::OnDemand::number);
-        if (key != "records" || records) return true;
-        od::array array;
-        if (value.get_array().get(array)) return false;
-        records.emplace();
-        for (auto element : array) {
-            od::value item;
-            if (std::move(element).get(item)) return false;
-            auto record = UsageRecord::decode(item);
-            if (!record) return false;
-            records->push_back(std::move(*record));
-        }
-        return true;
-    });
+    const bool decoded =
+        OnDemandJSON::forEachField(json, [&](std::string_view key, od::value value) {
+            if (key == "size") return first(size, value, Decode::OnDemand::integer);
+            if (key == "modified") return first(modified, value, Decode::OnDemand::number);
+            if (key != "records" || records) return true;
+            od::array array;
+            if (value.get_array().get(array)) return false;
+            records.emplace();
+            for (auto element : array) {
+                od::value item;
+                if (std::move(element).get(item)) return false;
+                auto record = UsageRecord::decode(item);
+                if (!record) return false;
+                records->push_back(std::move(*record));
+            }
+            return true;
+        });
     if (!decoded || !size || !modified || !records) return std::nullopt;
     return Entry{*size, *modified, std::move(*records)};
 }
@@ -70,24 +56,20 @@ std::optional<ScanCache> ScanCache::decode(const simdjson::padded_string& text) 
     ScanCache cache;
     std::optional<int64_t> version;
     bool sawFiles = false;
-    const bool decoded = forEachMember(root, [&](std::string_view key, od::value value) {
-        if (key == "version") return first(version, value, Decode::OnDemand::integer);
-        if (key != "files" || sawFiles) return true;
-        sawFiles = true;
-        od::object files;
-        if (value.get_object().get(files)) return false;
-        for (auto item : files) {
-            od::field field;
-            std::string_view path;
-            if (std::move(item).get(field) || !OnDemandJSON::key(field, path)) return false;
-            std::string name(path);
-            if (cache.files.contains(name)) continue;  // a repeated path: the first counts
-            auto entry = Entry::decode(field.value());
-            if (!entry) return false;
-            cache.files.emplace(std::move(name), std::move(*entry));
-        }
-        return true;
-    });
+    const bool decoded =
+        OnDemandJSON::forEachField(root, [&](std::string_view key, od::value value) {
+            if (key == "version") return first(version, value, Decode::OnDemand::integer);
+            if (key != "files" || sawFiles) return true;
+            sawFiles = true;
+            return OnDemandJSON::forEachField(value, [&](std::string_view path, od::value item) {
+                std::string name(path);
+                if (cache.files.contains(name)) return true;  // a repeated path: the first counts
+                auto entry = Entry::decode(item);
+                if (!entry) return false;
+                cache.files.emplace(std::move(name), std::move(*entry));
+                return true;
+            });
+        });
     // Text after the object makes the file as unreadable as a torn one.
     if (!decoded || !version || !sawFiles || !OnDemandJSON::endedAtRoot(document))
         return std::nullopt;

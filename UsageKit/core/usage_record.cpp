@@ -132,84 +132,71 @@ constexpr std::string_view kFieldNames[kFieldCount] = {
     "output",  "cacheRead", "cacheWrite",      "reasoning"};
 
 std::optional<Provider> providerOf(simdjson::ondemand::value json) {
-    simdjson::ondemand::object object;
-    if (json.get_object().get(object)) return std::nullopt;
-    for (auto member : object) {
-        simdjson::ondemand::field field;
-        std::string_view key;
-        if (std::move(member).get(field) || !OnDemandJSON::key(field, key)) return std::nullopt;
-        if (key != "id") continue;
-        auto id = Decode::OnDemand::string(field.value());
-        if (!id) return std::nullopt;
-        return Provider(std::string(*id));
-    }
-    return std::nullopt;
+    std::optional<std::string> id;
+    const bool decoded = OnDemandJSON::forEachField(
+        json, [&](std::string_view key, simdjson::ondemand::value value) {
+            if (key != "id" || id) return true;
+            auto text = Decode::OnDemand::string(value);
+            if (text) id = std::string(*text);
+            return text.has_value();
+        });
+    if (!decoded || !id) return std::nullopt;
+    return Provider(std::move(*id));
 }
 
 }  // namespace
 
 std::optional<UsageRecord> UsageRecord::decode(simdjson::ondemand::value json) {
     namespace OnDemand = Decode::OnDemand;
-    simdjson::ondemand::object object;
-    if (json.get_object().get(object)) return std::nullopt;
     UsageRecord r;
     int64_t* const counts[] = {&r.calls,     &r.input,      &r.output,
                                &r.cacheRead, &r.cacheWrite, &r.reasoning};
     unsigned seen = 0;
-    for (auto member : object) {
-        simdjson::ondemand::field field;
-        std::string_view key;
-        if (std::move(member).get(field) || !OnDemandJSON::key(field, key)) return std::nullopt;
-        unsigned which = 0;
-        while (which < kFieldCount && kFieldNames[which] != key)
-            ++which;
-        // A repeated key is passed over: the first occurrence is the one that counts.
-        if (which == kFieldCount || (seen & (1u << which))) continue;
-        seen |= 1u << which;
-        simdjson::ondemand::value value = field.value();
-        bool ok = true;
-        switch (which) {
-            case kId:
-            case kModel:
-            case kKind: {
-                auto text = OnDemand::string(value);
-                ok = text.has_value();
-                if (ok) (which == kId ? r.id : which == kModel ? r.model : r.kind) = *text;
-                break;
+    const bool decoded = OnDemandJSON::forEachField(
+        json, [&](std::string_view key, simdjson::ondemand::value value) {
+            unsigned which = 0;
+            while (which < kFieldCount && kFieldNames[which] != key)
+                ++which;
+            // A repeated key is passed over: the first occurrence is the one that counts.
+            if (which == kFieldCount || (seen & (1u << which))) return true;
+            seen |= 1u << which;
+            switch (which) {
+                case kId:
+                case kModel:
+                case kKind: {
+                    auto text = OnDemand::string(value);
+                    if (text) (which == kId ? r.id : which == kModel ? r.model : r.kind) = *text;
+                    return text.has_value();
+                }
+                case kDate: {
+                    auto date = OnDemand::date(value);
+                    if (date) r.date = *date;
+                    return date.has_value();
+                }
+                case kProvider: {
+                    auto provider = providerOf(value);
+                    if (provider) r.provider = std::move(*provider);
+                    return provider.has_value();
+                }
+                case kProject:
+                case kSession: {
+                    auto text = OnDemand::optionalString(value);
+                    if (text) (which == kProject ? r.project : r.session) = std::move(*text);
+                    return text.has_value();
+                }
+                case kCost: {
+                    auto cost = OnDemand::optionalNumber(value);
+                    if (cost) r.reportedCostUSD = *cost;
+                    return cost.has_value();
+                }
+                default: {
+                    auto count = OnDemand::integer(value);
+                    if (count) *counts[which - kCalls] = *count;
+                    return count.has_value();
+                }
             }
-            case kDate: {
-                auto date = OnDemand::date(value);
-                ok = date.has_value();
-                if (ok) r.date = *date;
-                break;
-            }
-            case kProvider: {
-                auto provider = providerOf(value);
-                ok = provider.has_value();
-                if (ok) r.provider = std::move(*provider);
-                break;
-            }
-            case kProject:
-            case kSession: {
-                auto text = OnDemand::optionalString(value);
-                ok = text.has_value();
-                if (ok) (which == kProject ? r.project : r.session) = std::move(*text);
-                break;
-            }
-            case kCost: {
-                auto cost = OnDemand::optionalNumber(value);
-                ok = cost.has_value();
-                if (ok) r.reportedCostUSD = *cost;
-                break;
-            }
-            default: {
-                auto count = OnDemand::integer(value);
-                ok = count.has_value();
-                if (ok) *counts[which - kCalls] = *count;
-            }
-        }
-        if (!ok) return std::nullopt;
-    }
+        });
+    if (!decoded) return std::nullopt;
     // Everything is required but the project, the session and the reported cost.
     const unsigned optional = (1u << kProject) | (1u << kSession) | (1u << kCost);
     if ((seen | optional) != (1u << kFieldCount) - 1) return std::nullopt;
