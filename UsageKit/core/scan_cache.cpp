@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -31,28 +32,58 @@ std::filesystem::path ScanCache::file() {
     return TallyPaths::state("usage-scan.json");
 }
 
+struct ScanCache::Loading {
+    std::future<ScanCache> files;
+};
+
+namespace {
+
+// The entries of the saved cache alone, or an empty cache.
+ScanCache loadFiles(const std::filesystem::path& path) {
+    simdjson::padded_string text;
+    if (simdjson::padded_string::load(path.string()).get(text)) return ScanCache();
+    auto loaded = ScanCache::decode(text);
+    if (!loaded || loaded->version != ScanCache::kVersion) return ScanCache();
+    loaded->changed = false;
+    return std::move(*loaded);
+}
+
+}  // namespace
+
 ScanCache ScanCache::load() {
     waitForSave();
-    ScanCache cache;
-    simdjson::padded_string text;
-    if (!simdjson::padded_string::load(file().string()).get(text)) {
-        auto loaded = decode(text);
-        if (loaded && loaded->version == kVersion) {
-            cache = std::move(*loaded);
-            cache.changed = false;
-        }
-    }
+    ScanCache cache = loadFiles(file());
     cache.directories = DirectoryIndex::load();
     return cache;
 }
 
+ScanCache ScanCache::loadInBackground() {
+    waitForSave();
+    ScanCache cache;
+    cache.m_loading = std::make_shared<Loading>();
+    cache.m_loading->files = std::async(std::launch::async, loadFiles, file());
+    cache.directories = DirectoryIndex::load();
+    return cache;
+}
+
+void ScanCache::settle() {
+    if (!m_loading) return;
+    ScanCache loaded = m_loading->files.get();
+    m_loading.reset();
+    files = std::move(loaded.files);
+    version = loaded.version;
+    changed = loaded.changed;
+}
+
 void ScanCache::save() {
     waitForSave();
+    settle();
     if (changed && Store::saveQuietly(*this, file())) changed = false;
     directories.save();
 }
 
 void ScanCache::saveInBackground(ScanCache cache) {
+    cache.settle();
     if (!cache.changed && !cache.directories.changed()) return;
     // Everything the writer needs from elsewhere is resolved here, on the caller's thread.
     std::filesystem::path target = file(), indexTarget = DirectoryIndex::file();
@@ -79,7 +110,8 @@ ScanCache::Stamp ScanCache::stamp(const std::filesystem::path& path) {
         static_cast<double>(info.st_mtim.tv_sec) + static_cast<double>(info.st_mtim.tv_nsec) / 1e9};
 }
 
-const ScanCache::Entry* ScanCache::hit(const std::string& path, const Stamp& current) const {
+const ScanCache::Entry* ScanCache::hit(const std::string& path, const Stamp& current) {
+    settle();
     auto it = files.find(path);
     if (it == files.end()) return nullptr;
     const Entry& entry = it->second;
@@ -92,6 +124,7 @@ const ScanCache::Entry* ScanCache::hit(const std::string& path, const Stamp& cur
 
 void ScanCache::store(const std::string& path, const Stamp& current,
                       std::vector<UsageRecord> records) {
+    settle();
     files[path] = Entry{current.size, current.modified, std::move(records)};
     changed = true;
 }
@@ -114,6 +147,7 @@ std::vector<UsageRecord> ScanCache::recordsOfText(const std::filesystem::path& p
 }
 
 void ScanCache::prune(const std::unordered_set<std::string>& keeping) {
+    settle();
     if (std::erase_if(files, [&](const auto& item) { return !keeping.contains(item.first); }) > 0)
         changed = true;
 }

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -56,6 +57,11 @@ struct ScanCache {
     // The saved cache; an empty one when missing, undecodable or of another version.
     // Waits for a background save still being written, so a scan never reads an older file.
     static ScanCache load();
+    // The same, read on a background thread while the caller walks the log directories
+    // (only the directory index, which the walks need, is read at once). The members that
+    // need `files` wait for the read; anything else touching `files` calls settle() first.
+    static ScanCache loadInBackground();
+    void settle();
     // Writes the cache when it changed; failures are ignored.
     void save();
     // The same on a background thread, for a scan done with its cache: the scan's records
@@ -66,7 +72,7 @@ struct ScanCache {
 
     static Stamp stamp(const std::filesystem::path& path);
     // The cached entry when it still matches `current`, else nullptr.
-    const Entry* hit(const std::string& path, const Stamp& current) const;
+    const Entry* hit(const std::string& path, const Stamp& current);
     void store(const std::string& path, const Stamp& current, std::vector<UsageRecord> records);
 
     // The file's records, from the cache or by calling `parse(path)`.
@@ -90,6 +96,10 @@ struct ScanCache {
     // The cache in `text`, strictly: any entry or record that does not decode fails the
     // whole cache, as does text that is not one JSON object.
     static std::optional<ScanCache> decode(const simdjson::padded_string& text);
+
+  private:
+    struct Loading;
+    std::shared_ptr<Loading> m_loading;  // the background read of loadInBackground()
 };
 
 }  // namespace usagekit

@@ -24,7 +24,8 @@ void UsageLedger::scanLocal() {
 }
 
 void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
-    ScanCache cache = ScanCache::load();
+    // The cache is read while the sources walk their log directories and stat their logs.
+    ScanCache cache = ScanCache::loadInBackground();
     std::vector<UsageRecord> scanned;
     std::vector<std::string> found;
     for (const UsageSource* source : sources) {

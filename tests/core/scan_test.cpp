@@ -184,6 +184,13 @@ TEST_F(ScanCacheTest, SavedCacheLoadsBackAndOtherVersionsAreDiscarded) {
     loaded.records(log, counting());
     EXPECT_EQ(parses, 2);
 
+    // Read in the background, the cache serves the same entries once it is asked.
+    ScanCache background = ScanCache::loadInBackground();
+    background.records(log, counting());
+    EXPECT_EQ(parses, 2);
+    background.settle();
+    EXPECT_EQ(background.files, loaded.files);
+
     std::string text = testing::readText(ScanCache::file());
     text.replace(text.find("\"version\" : 4"), 13, "\"version\" : 3");
     testing::writeText(ScanCache::file(), text);
