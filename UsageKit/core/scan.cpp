@@ -29,9 +29,9 @@ int64_t nanoseconds(const struct statx_timestamp& time) {
 // The directory's entries in directory order, hidden names (and "." and "..") left out.
 // Entry types come from the directory itself where the file system gives them, so a
 // listing costs no stat per entry. False when the directory cannot be read.
-bool list(const std::string& path, bool followLink, Listing& listing) {
+bool list(int at, const char* path, bool followLink, Listing& listing) {
     const int fd =
-        ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
+        ::openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
     if (fd < 0) return false;
     DIR* directory = ::fdopendir(fd);
     if (!directory) {
@@ -58,22 +58,27 @@ struct Walk {
     DirectoryIndex* index;
     int64_t now;  // nanoseconds since 1970, when the walk began
     std::vector<fs::path>& found;
+    // The root, open, and how much of a path below it names it: the directories below are
+    // reached relative to it, which spares each stat and open the walk down the whole path.
+    int root;
+    size_t rootLength;
 
-    // Depth-first, each entry before its contents. Only `under` itself may be a link.
+    // Depth-first, each entry before its contents. Only the root itself may be a link.
     void visit(const std::string& path, int depth) {
+        const char* relative = depth == 0 ? "." : path.c_str() + rootLength;
         Listing fresh;
         const Listing* listing = nullptr;
         if (index) {
             struct statx info {};
-            const int flags = depth == 0 ? 0 : AT_SYMLINK_NOFOLLOW;
-            if (::statx(AT_FDCWD, path.c_str(), flags, STATX_TYPE | STATX_CTIME, &info) != 0 ||
+            if (::statx(root, relative, AT_SYMLINK_NOFOLLOW, STATX_TYPE | STATX_CTIME, &info) !=
+                    0 ||
                 !S_ISDIR(info.stx_mode))
                 return;
             fresh.changed = nanoseconds(info.stx_ctime);
             listing = index->reuse(path, fresh.changed);
         }
         if (!listing) {
-            if (!list(path, depth == 0, fresh)) return;
+            if (!list(root, relative, false, fresh)) return;
             listing = &fresh;
         }
         const std::string_view prefix = path == "/" ? std::string_view() : path;
@@ -94,10 +99,15 @@ std::vector<fs::path> files(const fs::path& under, std::string_view named, Direc
     std::string root = under.string();
     while (root.size() > 1 && root.back() == '/')
         root.pop_back();
+    // The root is followed should it be a link; nothing below it is.
+    const int rootFd = ::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (rootFd < 0) return found;
     struct timespec now {};
     ::clock_gettime(CLOCK_REALTIME, &now);
-    Walk walk{named, index, static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec, found};
+    Walk walk{named, index,  static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec,
+              found, rootFd, root == "/" ? 1 : root.size() + 1};
     walk.visit(root, 0);
+    ::close(rootFd);
     return found;
 }
 

@@ -4,7 +4,9 @@
 #include "core/paths.h"
 #include "core/store.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -103,8 +105,12 @@ void ScanCache::waitForSave() {
 }
 
 ScanCache::Stamp ScanCache::stamp(const std::filesystem::path& path) {
+    return stamp(AT_FDCWD, path.c_str());
+}
+
+ScanCache::Stamp ScanCache::stamp(int directory, const char* path) {
     struct stat info {};
-    if (::stat(path.c_str(), &info) != 0) return {};
+    if (::fstatat(directory, path, &info, 0) != 0) return {};
     return {
         static_cast<int64_t>(info.st_size),
         static_cast<double>(info.st_mtim.tv_sec) + static_cast<double>(info.st_mtim.tv_nsec) / 1e9};

@@ -71,6 +71,8 @@ struct ScanCache {
     static void waitForSave();
 
     static Stamp stamp(const std::filesystem::path& path);
+    // The same for `path` relative to the open directory `directory` (or AT_FDCWD).
+    static Stamp stamp(int directory, const char* path);
     // The cached entry when it still matches `current`, else nullptr.
     const Entry* hit(const std::string& path, const Stamp& current);
     void store(const std::string& path, const Stamp& current, std::vector<UsageRecord> records);

@@ -1,14 +1,24 @@
 #include "ledger/usage_ledger.h"
 
 #include <algorithm>
+#include <numeric>
 
 namespace usagekit {
 
 UsageLedger::UsageLedger() : pricing(Pricing::load()) {}
 
 void sortNewestFirst(std::vector<UsageRecord>& records) {
-    std::stable_sort(records.begin(), records.end(),
-                     [](const UsageRecord& a, const UsageRecord& b) { return a.date > b.date; });
+    // Sorting positions and moving each record once beats moving records about while
+    // sorting: a record is a dozen fields, four of them strings.
+    std::vector<size_t> order(records.size());
+    std::iota(order.begin(), order.end(), size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](size_t a, size_t b) { return records[a].date > records[b].date; });
+    std::vector<UsageRecord> sorted;
+    sorted.reserve(records.size());
+    for (size_t i : order)
+        sorted.push_back(std::move(records[i]));
+    records = std::move(sorted);
 }
 
 void UsageLedger::copy(const UsageLedger& from) {

@@ -2,6 +2,9 @@
 
 #include "core/paths.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <atomic>
 #include <iterator>
@@ -42,15 +45,40 @@ void onAllCores(size_t count, size_t perThreadAtLeast, const Work& work) {
         helper.join();
 }
 
+// The longest directory that holds every file ("" when they share none but the root).
+std::string_view commonDirectory(const std::vector<std::filesystem::path>& files) {
+    if (files.empty()) return {};
+    std::string_view common = files[0].native();
+    common = common.substr(0, common.rfind('/') + 1);  // npos + 1 == 0
+    for (const std::filesystem::path& file : files) {
+        while (!common.empty() && !std::string_view(file.native()).starts_with(common))
+            common = common.substr(0, common.rfind('/', common.size() - 2) + 1);
+    }
+    return common;
+}
+
+// Every file's stamp, on all cores. A rescan of unchanged logs is mostly these stats, and
+// most of a stat is the walk down the path: each is made relative to the directory the
+// files share, opened once.
+std::vector<ScanCache::Stamp> stampsOf(const std::vector<std::filesystem::path>& files) {
+    std::vector<ScanCache::Stamp> found(files.size());
+    const std::string common(commonDirectory(files));
+    const int directory =
+        common.size() > 1 ? ::open(common.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC) : -1;
+    const size_t skip = directory >= 0 ? common.size() : 0;
+    onAllCores(files.size(), 512, [&](size_t i) {
+        found[i] = ScanCache::stamp(directory >= 0 ? directory : AT_FDCWD, files[i].c_str() + skip);
+    });
+    if (directory >= 0) ::close(directory);
+    return found;
+}
+
 }  // namespace
 
 std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
                                         const std::vector<std::filesystem::path>& files,
                                         const ScanCache::Parse& parse) {
-    // A rescan of unchanged logs is mostly these stats, so they run on all cores too; a
-    // thread is worth starting only for a few hundred of them.
-    std::vector<ScanCache::Stamp> stamps(files.size());
-    onAllCores(files.size(), 512, [&](size_t i) { stamps[i] = ScanCache::stamp(files[i]); });
+    const std::vector<ScanCache::Stamp> stamps = stampsOf(files);
 
     std::vector<const ScanCache::Entry*> cached(files.size());
     std::vector<size_t> misses;
