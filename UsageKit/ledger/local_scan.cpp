@@ -40,7 +40,6 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     // Every log a source listed was asked for: what was not is gone (OpenCode reads a
     // database, not logs, so it never keeps an entry).
     cache.prune(cache.visited);
-    ScanCache::saveInBackground(std::move(cache));
 
     // What the app itself recorded for a session supersedes what any log says of it.
     std::vector<UsageRecord> own = AppLedger::all();
@@ -57,6 +56,8 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     records = std::move(scanned);
     problems = std::move(found);
     lastScan = Date::now();
+    // Last, so that writing the cache does not compete with the work before the records.
+    ScanCache::saveInBackground(std::move(cache));
 }
 
 }  // namespace usagekit
