@@ -2,6 +2,7 @@
 
 #include "limits_command.h"
 
+#include "core/scan_cache.h"
 #include "core/settings.h"
 #include "ledger/summary.h"
 #include "ledger/usage_export.h"
@@ -72,9 +73,16 @@ void print(const std::string& text) {
     std::fflush(stdout);
 }
 
+// A scan whose cache is on disk before anything is printed: a reader that stops reading
+// early (`| head`) or a Ctrl-C once the output is there must not cost the next run its cache.
+void scanLocal(UsageLedger& ledger) {
+    ledger.scanLocal();
+    ScanCache::waitForSave();
+}
+
 int runScan(bool remote) {
     UsageLedger ledger;
-    ledger.scanLocal();
+    scanLocal(ledger);
     print(Summary::local(ledger));
     if (remote) {
         UsageLedger withRemote;
@@ -88,7 +96,7 @@ int runScan(bool remote) {
 int runExport(const std::string& format, std::optional<long long> days, bool remote) {
     const TallySettings settings = TallySettings::load();
     UsageLedger ledger;
-    ledger.scanLocal();
+    scanLocal(ledger);
     if (remote) ledger.refreshRemote();
     const std::vector<UsageRecord> records = ledger.since(days.value_or(settings.usageWindow));
     try {

@@ -30,7 +30,7 @@ void DirectoryIndex::save(const std::filesystem::path& to) const {
 }
 
 const DirectoryIndex::Listing* DirectoryIndex::reuse(const std::string& path, int64_t changed) {
-    // A directory walked twice in one scan (for two name suffixes) is listed once.
+    // A settled directory walked twice in one scan (for two name suffixes) is listed once.
     if (auto kept = m_kept.find(path); kept != m_kept.end() && kept->second.changed == changed)
         return &kept->second;
     auto it = m_loaded.find(path);
@@ -42,6 +42,14 @@ const DirectoryIndex::Listing* DirectoryIndex::reuse(const std::string& path, in
 
 void DirectoryIndex::listed(const std::string& path, Listing listing, int64_t now) {
     if (listing.changed <= 0 || listing.changed >= now - kSettledNanoseconds) return;
+    // The index is JSON, which holds only UTF-8: a name in another encoding would come back
+    // altered and name a file that is not there.
+    auto isText = [](std::string_view name) {
+        return simdjson::validate_utf8(name.data(), name.size());
+    };
+    if (!isText(path)) return;
+    for (const Entry& entry : listing.entries)
+        if (!isText(entry.name)) return;
     m_kept[path] = std::move(listing);
     m_listedAnew = true;
 }

@@ -46,10 +46,11 @@ class DirectoryIndex {
     void save(const std::filesystem::path& to = file()) const;
 
     // The recorded listing of `path` when the directory's change time is still `changed`,
-    // kept for the next scan too; else nullptr. Valid until the next call.
+    // kept for the next scan too; else nullptr. Valid while the index lives.
     const Listing* reuse(const std::string& path, int64_t changed);
     // A listing this scan read; kept for the next scan when the directory has settled by
-    // `now` (nanoseconds since 1970).
+    // `now` (nanoseconds since 1970), its change time is known (not 0) and every name is
+    // UTF-8.
     void listed(const std::string& path, Listing listing, int64_t now);
 
     // Whether the next scan would load something other than what this one loaded.

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <bit>
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
@@ -28,24 +29,33 @@ int64_t nanoseconds(const struct statx_timestamp& time) {
 
 // The directory's entries in directory order, hidden names (and "." and "..") left out.
 // Entry types come from the directory itself where the file system gives them, so a
-// listing costs no stat per entry. False when the directory cannot be read.
-bool list(int at, const char* path, bool followLink, Listing& listing) {
-    const int fd =
-        ::openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | (followLink ? 0 : O_NOFOLLOW));
+// listing costs no stat per entry. False when the directory cannot be opened. A listing cut
+// short by a read error, or with an entry whose type could not be read, is walked but has
+// its change time cleared, so that the index never keeps it.
+bool list(int at, const char* path, Listing& listing) {
+    const int fd = ::openat(at, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) return false;
     DIR* directory = ::fdopendir(fd);
     if (!directory) {
         ::close(fd);
         return false;
     }
-    while (const dirent* entry = ::readdir(directory)) {
+    for (;;) {
+        errno = 0;
+        const dirent* entry = ::readdir(directory);
+        if (!entry) {
+            if (errno != 0) listing.changed = 0;
+            break;
+        }
         const std::string_view name = entry->d_name;
         if (name.empty() || name[0] == '.') continue;
         bool isDirectory = entry->d_type == DT_DIR;
         if (entry->d_type == DT_UNKNOWN) {
             struct stat info {};
-            isDirectory = ::fstatat(fd, entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 &&
-                          S_ISDIR(info.st_mode);
+            if (::fstatat(fd, entry->d_name, &info, AT_SYMLINK_NOFOLLOW) == 0)
+                isDirectory = S_ISDIR(info.st_mode);
+            else
+                listing.changed = 0;
         }
         listing.entries.push_back({std::string(name), isDirectory});
     }
@@ -78,7 +88,7 @@ struct Walk {
             listing = index->reuse(path, fresh.changed);
         }
         if (!listing) {
-            if (!list(root, relative, false, fresh)) return;
+            if (!list(root, relative, fresh)) return;
             listing = &fresh;
         }
         const std::string_view prefix = path == "/" ? std::string_view() : path;

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 // never followed) whose name ends with `named`, each entry before its contents, in
 // directory order. A missing directory gives an empty list; unreadable ones are passed over.
 // With an index, a directory whose change time is still the recorded one is not listed
-// again, and every listing made or reused is kept in the index for the next scan.
+// again, and the listings of settled directories are kept in the index for the next scan.
 std::vector<fs::path> files(const fs::path& under, std::string_view named,
                             DirectoryIndex* index = nullptr);
 

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <future>
 #include <mutex>
+#include <system_error>
 #include <thread>
 
 namespace usagekit {
@@ -62,16 +63,26 @@ ScanCache ScanCache::load() {
 ScanCache ScanCache::loadInBackground() {
     waitForSave();
     ScanCache cache;
-    cache.m_loading = std::make_shared<Loading>();
-    cache.m_loading->files = std::async(std::launch::async, loadFiles, file());
+    try {
+        cache.m_loading = std::make_shared<Loading>();
+        cache.m_loading->files = std::async(std::launch::async, loadFiles, file());
+    } catch (const std::system_error&) {
+        return load();  // no thread to be had: read it here and now
+    }
     cache.directories = DirectoryIndex::load();
     return cache;
 }
 
 void ScanCache::settle() {
     if (!m_loading) return;
-    ScanCache loaded = m_loading->files.get();
-    m_loading.reset();
+    const std::shared_ptr<Loading> loading = std::move(m_loading);
+    ScanCache loaded;
+    try {
+        loaded = loading->files.get();
+    } catch (const std::exception&) {
+        // Out of memory while reading it: the scan goes on without a cache, as it does
+        // without a file.
+    }
     files = std::move(loaded.files);
     version = loaded.version;
     changed = loaded.changed;
@@ -93,11 +104,17 @@ void ScanCache::saveInBackground(ScanCache cache) {
     if (writer.joinable()) writer.join();
     static const bool joinsAtExit = std::atexit(waitForSave) == 0;
     (void)joinsAtExit;
-    writer = std::thread([cache = std::move(cache), target = std::move(target),
-                          indexTarget = std::move(indexTarget)] {
-        if (cache.changed) Store::saveQuietly(cache, target);
-        cache.directories.save(indexTarget);
-    });
+    // Shared, so that the cache is still here to write should no thread be had.
+    auto owned = std::make_shared<const ScanCache>(std::move(cache));
+    auto write = [owned, target = std::move(target), indexTarget = std::move(indexTarget)] {
+        if (owned->changed) Store::saveQuietly(*owned, target);
+        owned->directories.save(indexTarget);
+    };
+    try {
+        writer = std::thread(write);
+    } catch (const std::system_error&) {
+        write();
+    }
 }
 
 void ScanCache::waitForSave() {

@@ -27,6 +27,13 @@ namespace usagekit {
 struct ScanCache {
     static constexpr int64_t kVersion = 4;
 
+    ScanCache() = default;
+    // Moved, never copied: one cache lives for one scan, and may still be being read.
+    ScanCache(ScanCache&&) = default;
+    ScanCache& operator=(ScanCache&&) = default;
+    ScanCache(const ScanCache&) = delete;
+    ScanCache& operator=(const ScanCache&) = delete;
+
     struct Entry {
         int64_t size = 0;
         double modified = 0;

@@ -45,14 +45,17 @@ void onAllCores(size_t count, size_t perThreadAtLeast, const Work& work) {
         helper.join();
 }
 
-// The longest directory that holds every file ("" when they share none but the root).
+// The longest directory, with its trailing slash, that holds every file: "/" when absolute
+// paths share only the root, "" when relative ones share nothing or the two kinds mix.
 std::string_view commonDirectory(const std::vector<std::filesystem::path>& files) {
     if (files.empty()) return {};
     std::string_view common = files[0].native();
     common = common.substr(0, common.rfind('/') + 1);  // npos + 1 == 0
     for (const std::filesystem::path& file : files) {
-        while (!common.empty() && !std::string_view(file.native()).starts_with(common))
+        while (!common.empty() && !std::string_view(file.native()).starts_with(common)) {
+            if (common.size() == 1) return {};
             common = common.substr(0, common.rfind('/', common.size() - 2) + 1);
+        }
     }
     return common;
 }

@@ -82,6 +82,10 @@ TEST(DirectoryIndex, KeepsOnlySettledListingsAndNoticesWhatChanged) {
     DirectoryIndex first;
     first.listed("/a", {settled, {{"x.jsonl", false}}}, now);
     first.listed("/b", {now - 1000, {{"y.jsonl", false}}}, now);  // changed a moment ago
+    first.listed("/c", {0, {{"z.jsonl", false}}}, now);  // its listing broke off
+    // Not UTF-8: the name would come back from the file altered.
+    first.listed("/d", {settled, {{"caf\xE9.jsonl", false}}}, now);
+    first.listed("/caf\xE9", {settled, {{"x.jsonl", false}}}, now);
     EXPECT_TRUE(first.changed());
     EXPECT_EQ(first.kept().size(), 1u);
 
