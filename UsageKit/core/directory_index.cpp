@@ -1,10 +1,8 @@
 #include "core/directory_index.h"
 
-#include "core/json.h"
+#include "core/json_coding.h"
 #include "core/paths.h"
 #include "core/store.h"
-
-#include <algorithm>
 
 namespace usagekit {
 
@@ -59,11 +57,7 @@ bool DirectoryIndex::changed() const {
 }
 
 std::string DirectoryIndex::encode() const {
-    std::vector<const std::pair<const std::string, Listing>*> sorted;
-    for (const auto& item : m_kept)
-        sorted.push_back(&item);
-    std::sort(sorted.begin(), sorted.end(),
-              [](const auto* a, const auto* b) { return a->first < b->first; });
+    const auto sorted = sortedByKey(m_kept);
     JsonWriter w(true);
     w.beginObject();
     w.key("directories");

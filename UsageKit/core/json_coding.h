@@ -7,6 +7,7 @@
 #include "core/date.h"
 #include "core/json.h"
 
+#include <algorithm>
 #include <map>
 #include <optional>
 #include <string>
@@ -39,6 +40,19 @@ struct JSONCoding<std::vector<T>> {
         return out;
     }
 };
+
+// The items of a map in ascending byte order of key, the order every state file is written
+// in, for maps that do not keep one.
+template <class Map>
+std::vector<const typename Map::value_type*> sortedByKey(const Map& map) {
+    std::vector<const typename Map::value_type*> items;
+    items.reserve(map.size());
+    for (const auto& item : map)
+        items.push_back(&item);
+    std::sort(items.begin(), items.end(),
+              [](const auto* a, const auto* b) { return a->first < b->first; });
+    return items;
+}
 
 // Encodes with ISO 8601 dates; pretty output is indented with keys sorted.
 template <class T>

@@ -152,14 +152,22 @@ __attribute__((target("avx2"))) size_t findAVX2(std::string_view text, std::stri
     return rest == std::string_view::npos ? rest : i + rest;
 }
 
-const bool kHasAVX2 = __builtin_cpu_supports("avx2");
 #endif
 
 }  // namespace
 
+bool hasAVX2() {
+#if defined(__x86_64__)
+    static const bool supported = __builtin_cpu_supports("avx2");
+    return supported;
+#else
+    return false;
+#endif
+}
+
 size_t find(std::string_view text, std::string_view needle) {
 #if defined(__x86_64__)
-    if (kHasAVX2 && needle.size() >= 2) return findAVX2(text, needle);
+    if (hasAVX2() && needle.size() >= 2) return findAVX2(text, needle);
 #endif
     return text.find(needle);
 }

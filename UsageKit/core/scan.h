@@ -85,6 +85,9 @@ void forEachLine(std::string_view text, F&& f) {
     }
 }
 
+// Whether this processor runs AVX2, which the hot searches use where it does.
+bool hasAVX2();
+
 // Whether `needle` occurs in `text`. The substring pre-filters of every log reader run
 // this over every byte of every log, so it compares 32 positions at a time where the
 // processor allows.

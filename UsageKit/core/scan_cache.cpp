@@ -187,12 +187,7 @@ void ScanCache::Entry::encode(JsonWriter& w) const {
 }
 
 void ScanCache::encode(JsonWriter& w) const {
-    std::vector<const std::pair<const std::string, Entry>*> sorted;
-    sorted.reserve(files.size());
-    for (const auto& item : files)
-        sorted.push_back(&item);
-    std::sort(sorted.begin(), sorted.end(),
-              [](const auto* a, const auto* b) { return a->first < b->first; });
+    const auto sorted = sortedByKey(files);
     w.beginObject();
     w.key("files");
     w.beginObject();

@@ -92,14 +92,13 @@ __attribute__((target("avx2"))) Markers markersAVX2(std::string_view line, bool 
     return walkQuotes(line, i, anyWillDo, found);
 }
 
-const bool kHasAVX2 = __builtin_cpu_supports("avx2");
 #endif
 
 }  // namespace
 
 Markers CodexCLISource::markers(std::string_view line, bool anyWillDo) {
 #if defined(__x86_64__)
-    if (kHasAVX2) return markersAVX2(line, anyWillDo);
+    if (Scan::hasAVX2()) return markersAVX2(line, anyWillDo);
 #endif
     return walkQuotes(line, 0, anyWillDo, {});
 }
