@@ -74,6 +74,14 @@ Key usageKey(std::string_view name) {
     return kOther;
 }
 
+// One On-Demand parser per thread, kept from log to log: a parser sized for one log's
+// longest line is ready for the next log's, where a parser per log would have its buffers
+// allocated (and zeroed by the kernel) again for every file.
+ondemand::parser& lineParser() {
+    thread_local ondemand::parser parser;
+    return parser;
+}
+
 // The state of one file's parse. Each file gets its own, so files can be parsed on
 // different threads.
 class LogParser {
@@ -168,11 +176,12 @@ class LogParser {
     bool read(std::string_view text, size_t capacity, UsageLine& line) {
         // Lines only get longer than the parser has room for early in a file: grow it in
         // steps rather than to each longer line in turn.
-        if (m_onDemand.capacity() < text.size() &&
-            m_onDemand.allocate(std::max(text.size(), 2 * m_onDemand.capacity())))
+        ondemand::parser& parser = lineParser();
+        if (parser.capacity() < text.size() &&
+            parser.allocate(std::max(text.size(), 2 * parser.capacity())))
             return false;
         ondemand::document document;
-        if (m_onDemand.iterate(text.data(), text.size(), capacity).get(document)) return false;
+        if (parser.iterate(text.data(), text.size(), capacity).get(document)) return false;
         ondemand::object root;
         if (document.get_object().get(root)) return false;
         unsigned taken = 0;
@@ -345,7 +354,6 @@ class LogParser {
         return m_whole.parse(text).has_value();
     }
 
-    ondemand::parser m_onDemand;
     JSONParser m_whole;  // the odd object or array where a scalar was expected
     std::string m_copy;  // a line with room after it
     SeenKeys m_seen;

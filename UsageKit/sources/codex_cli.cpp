@@ -126,7 +126,9 @@ class LogParser {
             m_fromTotals = {};
         }
         if (!found.any) return;
-        auto root = m_parser.parse(text);
+        // One parser per thread, kept from log to log, so its buffers are allocated once.
+        thread_local JSONParser parser;
+        auto root = parser.parse(text);
         if (!root || !root->isObject()) return;
         auto type = (*root)["type"].string();
         if (!type) return;
@@ -240,7 +242,6 @@ class LogParser {
             to.emplace(text);
     }
 
-    JSONParser m_parser;
     std::string m_session;
     std::optional<std::string> m_project;
     std::optional<std::string> m_model;
