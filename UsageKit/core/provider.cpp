@@ -82,4 +82,17 @@ std::optional<Provider> Provider::decode(const JSON& json) {
     return Provider(std::move(*identifier));
 }
 
+std::optional<Provider> Provider::decode(simdjson::ondemand::value json) {
+    std::optional<std::string> id;
+    const bool decoded = OnDemandJSON::forEachField(
+        json, [&](std::string_view key, simdjson::ondemand::value value) {
+            if (key != "id" || id) return true;  // the first "id" counts
+            auto text = Decode::OnDemand::string(value);
+            if (text) id = std::string(*text);
+            return text.has_value();
+        });
+    if (!decoded || !id) return std::nullopt;
+    return Provider(std::move(*id));
+}
+
 }  // namespace usagekit

@@ -27,6 +27,7 @@ struct Provider {
 
     void encode(JsonWriter& writer) const;
     static std::optional<Provider> decode(const JSON& json);
+    static std::optional<Provider> decode(simdjson::ondemand::value json);  // the same rules
 
     static const Provider claudeCode, grokCLI, codexCLI, geminiCLI, cursorAgent, cursorOnDemand,
         openCode, copilot, devinCLI, antigravity, anthropic, openAI, xai, openRouter, deepSeek,

@@ -24,11 +24,6 @@ namespace {
 std::mutex writerMutex;
 std::thread writer;
 
-void joinWriter() {
-    std::lock_guard lock(writerMutex);
-    if (writer.joinable()) writer.join();
-}
-
 }  // namespace
 
 std::filesystem::path ScanCache::file() {
@@ -118,7 +113,8 @@ void ScanCache::saveInBackground(ScanCache cache) {
 }
 
 void ScanCache::waitForSave() {
-    joinWriter();
+    std::lock_guard lock(writerMutex);
+    if (writer.joinable()) writer.join();
 }
 
 ScanCache::Stamp ScanCache::stamp(const std::filesystem::path& path) {

@@ -131,19 +131,6 @@ constexpr std::string_view kFieldNames[kFieldCount] = {
     "project", "session",   "reportedCostUSD", "calls",    "input",
     "output",  "cacheRead", "cacheWrite",      "reasoning"};
 
-std::optional<Provider> providerOf(simdjson::ondemand::value json) {
-    std::optional<std::string> id;
-    const bool decoded = OnDemandJSON::forEachField(
-        json, [&](std::string_view key, simdjson::ondemand::value value) {
-            if (key != "id" || id) return true;
-            auto text = Decode::OnDemand::string(value);
-            if (text) id = std::string(*text);
-            return text.has_value();
-        });
-    if (!decoded || !id) return std::nullopt;
-    return Provider(std::move(*id));
-}
-
 }  // namespace
 
 std::optional<UsageRecord> UsageRecord::decode(simdjson::ondemand::value json) {
@@ -174,7 +161,7 @@ std::optional<UsageRecord> UsageRecord::decode(simdjson::ondemand::value json) {
                     return date.has_value();
                 }
                 case kProvider: {
-                    auto provider = providerOf(value);
+                    auto provider = Provider::decode(value);
                     if (provider) r.provider = std::move(*provider);
                     return provider.has_value();
                 }
