@@ -1,5 +1,6 @@
 // What each log directory held when a scan last listed it, so that a rescan lists only the
-// directories that changed since ("usage-scan-directories.json", beside the scan cache).
+// directories that changed since ("usage-scan-directories.bin", beside the scan cache, a
+// binary image: every rescan reads all of it before its first step).
 // A heavy user's log trees hold hundreds of directories, and listing one costs several
 // times what asking for its status does.
 //
@@ -24,7 +25,6 @@ namespace usagekit {
 
 class DirectoryIndex {
   public:
-    static constexpr int64_t kVersion = 1;
     // How long a directory must have been still before its listing is kept.
     static constexpr int64_t kSettledNanoseconds = 5'000'000'000;
 
@@ -49,21 +49,28 @@ class DirectoryIndex {
     // kept for the next scan too; else nullptr. Valid while the index lives.
     const Listing* reuse(const std::string& path, int64_t changed);
     // A listing this scan read; kept for the next scan when the directory has settled by
-    // `now` (nanoseconds since 1970), its change time is known (not 0) and every name is
-    // UTF-8.
+    // `now` (nanoseconds since 1970) and its change time is known (not 0).
     void listed(const std::string& path, Listing listing, int64_t now);
 
     // Whether the next scan would load something other than what this one loaded.
     bool changed() const;
-    const std::unordered_map<std::string, Listing>& kept() const { return m_kept; }
+    // How many listings the next scan would load.
+    size_t keptCount() const { return m_keptCount; }
 
     std::string encode() const;
-    static std::optional<DirectoryIndex> decode(std::string_view text);
+    // The index in `image`; nothing when it is damaged or not an index.
+    static std::optional<DirectoryIndex> decode(std::string_view image);
 
   private:
-    std::unordered_map<std::string, Listing> m_loaded;  // taken from as directories are reused
-    std::unordered_map<std::string, Listing> m_kept;
+    struct Slot {
+        Listing listing;
+        bool kept = false;  // reused or listed anew by this scan: saved for the next one
+    };
+    // What was loaded and what this scan listed, in one map: a rescan that reuses every
+    // listing only flags them.
+    std::unordered_map<std::string, Slot> m_listings;
     size_t m_loadedCount = 0;
+    size_t m_keptCount = 0;
     bool m_listedAnew = false;
 };
 

@@ -67,14 +67,17 @@ struct Walk {
     std::string_view named;
     DirectoryIndex* index;
     int64_t now;  // nanoseconds since 1970, when the walk began
-    std::vector<fs::path>& found;
+    std::vector<std::string>& found;
     // The root, open, and how much of a path below it names it: the directories below are
     // reached relative to it, which spares each stat and open the walk down the whole path.
     int root;
     size_t rootLength;
+    // The directory being visited; each level appends its entries' names and cuts them off
+    // again, so the walk builds no path it does not keep.
+    std::string path;
 
     // Depth-first, each entry before its contents. Only the root itself may be a link.
-    void visit(const std::string& path, int depth) {
+    void visit(int depth) {
         const char* relative = depth == 0 ? "." : path.c_str() + rootLength;
         Listing fresh;
         const Listing* listing = nullptr;
@@ -91,21 +94,26 @@ struct Walk {
             if (!list(root, relative, fresh)) return;
             listing = &fresh;
         }
-        const std::string_view prefix = path == "/" ? std::string_view() : path;
+        const size_t length = path.size();
+        if (path != "/") path += '/';
+        const size_t parentLength = path.size();
         for (const DirectoryIndex::Entry& entry : listing->entries) {
-            std::string child = std::string(prefix) + "/" + entry.name;
-            if (entry.name.ends_with(named)) found.emplace_back(child);
+            path.resize(parentLength);
+            path += entry.name;
+            if (entry.name.ends_with(named)) found.push_back(path);
             // No log tree is anywhere near this deep; a loop of bind mounts could be.
-            if (entry.isDirectory && depth < 64) visit(child, depth + 1);
+            if (entry.isDirectory && depth < 64) visit(depth + 1);
         }
+        path.resize(length);
         if (index && listing == &fresh) index->listed(path, std::move(fresh), now);
     }
 };
 
 }  // namespace
 
-std::vector<fs::path> files(const fs::path& under, std::string_view named, DirectoryIndex* index) {
-    std::vector<fs::path> found;
+std::vector<std::string> files(const fs::path& under, std::string_view named,
+                               DirectoryIndex* index) {
+    std::vector<std::string> found;
     std::string root = under.string();
     while (root.size() > 1 && root.back() == '/')
         root.pop_back();
@@ -114,9 +122,12 @@ std::vector<fs::path> files(const fs::path& under, std::string_view named, Direc
     if (rootFd < 0) return found;
     struct timespec now {};
     ::clock_gettime(CLOCK_REALTIME, &now);
-    Walk walk{named, index,  static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec,
-              found, rootFd, root == "/" ? 1 : root.size() + 1};
-    walk.visit(root, 0);
+    const size_t rootLength = root == "/" ? 1 : root.size() + 1;
+    Walk walk{
+        named,          index,  static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec,
+        found,          rootFd, rootLength,
+        std::move(root)};
+    walk.visit(0);
     ::close(rootFd);
     return found;
 }

@@ -24,8 +24,10 @@ namespace fs = std::filesystem;
 // directory order. A missing directory gives an empty list; unreadable ones are passed over.
 // With an index, a directory whose change time is still the recorded one is not listed
 // again, and the listings of settled directories are kept in the index for the next scan.
-std::vector<fs::path> files(const fs::path& under, std::string_view named,
-                            DirectoryIndex* index = nullptr);
+// Paths come back as plain strings: a rescan handles thousands of them, and a
+// std::filesystem::path allocates every component of itself again.
+std::vector<std::string> files(const fs::path& under, std::string_view named,
+                               DirectoryIndex* index = nullptr);
 
 // ISO 8601 with or without fractional seconds; absent otherwise.
 std::optional<Date> date(std::string_view text);

@@ -34,23 +34,63 @@ struct ScanCache::Loading {
     std::future<ScanCache> files;
 };
 
-namespace {
-
-// The entries of the saved cache alone, or an empty cache.
-ScanCache loadFiles(const std::filesystem::path& path) {
+ScanCache ScanCache::readSaved(const std::filesystem::path& json,
+                               const std::filesystem::path& image) {
+    // Taken before the JSON is read: should the file be replaced in between, the image
+    // written for what was read is tied to a file that is gone, and is never used.
+    const std::optional<FileIdentity> saved = identity(json);
+    if (!saved) return ScanCache();
+    if (auto bytes = Store::readFile(image))
+        if (auto mirrored = fromImage(*bytes, *saved)) {
+            mirrored->changed = false;
+            return std::move(*mirrored);
+        }
     simdjson::padded_string text;
-    if (simdjson::padded_string::load(path.string()).get(text)) return ScanCache();
-    auto loaded = ScanCache::decode(text);
-    if (!loaded || loaded->version != ScanCache::kVersion) return ScanCache();
+    if (simdjson::padded_string::load(json.string()).get(text)) return ScanCache();
+    auto loaded = decode(text);
+    if (!loaded || loaded->version != kVersion) return ScanCache();
     loaded->changed = false;
+    loaded->m_imageMissingFor = saved;
     return std::move(*loaded);
 }
 
-}  // namespace
+bool ScanCache::writeSaved(const ScanCache& cache, const std::filesystem::path& json,
+                           const std::filesystem::path& image) {
+    std::optional<FileIdentity> mirrored = cache.m_imageMissingFor;
+    if (cache.changed) {
+        mirrored.reset();
+        try {
+            const std::filesystem::path temporary =
+                Store::writeTemporary(jsonData(cache, true), json);
+            const std::optional<FileIdentity> written = identity(temporary);
+            Store::replace(temporary, json);
+            // The rename moves the change time, so the identity is taken again; it is ours
+            // only while the file there is the one just written.
+            const std::optional<FileIdentity> placed = identity(json);
+            if (written && placed && placed->device == written->device &&
+                placed->inode == written->inode)
+                mirrored = placed;
+        } catch (const std::exception&) {
+            return false;  // the old file and the image that mirrors it stay as they were
+        }
+    }
+    if (!mirrored) return true;
+    try {
+        if (auto bytes = cache.image(*mirrored)) {
+            Store::saveData(*bytes, image);
+        } else {
+            std::error_code ignored;
+            std::filesystem::remove(image, ignored);
+        }
+    } catch (const std::exception&) {
+        // Without an image the next scan reads the JSON, as it would without this file.
+    }
+    return true;
+}
 
 ScanCache ScanCache::load() {
     waitForSave();
-    ScanCache cache = loadFiles(file());
+    ScanCache cache = readSaved(file(), imageFile());
     cache.directories = DirectoryIndex::load();
     return cache;
 }
@@ -60,7 +100,7 @@ ScanCache ScanCache::loadInBackground() {
     ScanCache cache;
     try {
         cache.m_loading = std::make_shared<Loading>();
-        cache.m_loading->files = std::async(std::launch::async, loadFiles, file());
+        cache.m_loading->files = std::async(std::launch::async, readSaved, file(), imageFile());
     } catch (const std::system_error&) {
         return load();  // no thread to be had: read it here and now
     }
@@ -81,28 +121,34 @@ void ScanCache::settle() {
     files = std::move(loaded.files);
     version = loaded.version;
     changed = loaded.changed;
+    m_imageMissingFor = loaded.m_imageMissingFor;
 }
 
 void ScanCache::save() {
     waitForSave();
     settle();
-    if (changed && Store::saveQuietly(*this, file())) changed = false;
+    if (writeSaved(*this, file(), imageFile())) {
+        changed = false;
+        m_imageMissingFor.reset();
+    }
     directories.save();
 }
 
 void ScanCache::saveInBackground(ScanCache cache) {
     cache.settle();
-    if (!cache.changed && !cache.directories.changed()) return;
+    if (!cache.changed && !cache.m_imageMissingFor && !cache.directories.changed()) return;
     // Everything the writer needs from elsewhere is resolved here, on the caller's thread.
-    std::filesystem::path target = file(), indexTarget = DirectoryIndex::file();
+    std::filesystem::path target = file(), imageTarget = imageFile(),
+                          indexTarget = DirectoryIndex::file();
     std::lock_guard lock(writerMutex);
     if (writer.joinable()) writer.join();
     static const bool joinsAtExit = std::atexit(waitForSave) == 0;
     (void)joinsAtExit;
     // Shared, so that the cache is still here to write should no thread be had.
     auto owned = std::make_shared<const ScanCache>(std::move(cache));
-    auto write = [owned, target = std::move(target), indexTarget = std::move(indexTarget)] {
-        if (owned->changed) Store::saveQuietly(*owned, target);
+    auto write = [owned, target = std::move(target), imageTarget = std::move(imageTarget),
+                  indexTarget = std::move(indexTarget)] {
+        (void)writeSaved(*owned, target, imageTarget);
         owned->directories.save(indexTarget);
     };
     try {
@@ -133,7 +179,8 @@ const ScanCache::Entry* ScanCache::hit(const std::string& path, const Stamp& cur
     settle();
     auto it = files.find(path);
     if (it == files.end()) return nullptr;
-    const Entry& entry = it->second;
+    Entry& entry = it->second;
+    entry.visited = true;
     // The size must match exactly; the time only to within half a second, because some
     // file systems and copies keep coarser times than others.
     if (entry.size != current.size || !(std::fabs(entry.modified - current.modified) < 0.5))
@@ -144,13 +191,12 @@ const ScanCache::Entry* ScanCache::hit(const std::string& path, const Stamp& cur
 void ScanCache::store(const std::string& path, const Stamp& current,
                       std::vector<UsageRecord> records) {
     settle();
-    files[path] = Entry{current.size, current.modified, std::move(records)};
+    files[path] = Entry{current.size, current.modified, std::move(records), true};
     changed = true;
 }
 
 std::vector<UsageRecord> ScanCache::records(const std::filesystem::path& path, const Parse& parse) {
     const Stamp current = stamp(path);
-    visited.insert(path.string());
     if (const Entry* entry = hit(path.string(), current)) return entry->records;
     std::vector<UsageRecord> parsed = parse(path);
     store(path.string(), current, parsed);
@@ -168,6 +214,12 @@ std::vector<UsageRecord> ScanCache::recordsOfText(const std::filesystem::path& p
 void ScanCache::prune(const std::unordered_set<std::string>& keeping) {
     settle();
     if (std::erase_if(files, [&](const auto& item) { return !keeping.contains(item.first); }) > 0)
+        changed = true;
+}
+
+void ScanCache::pruneUnvisited() {
+    settle();
+    if (std::erase_if(files, [](const auto& item) { return !item.second.visited; }) > 0)
         changed = true;
 }
 

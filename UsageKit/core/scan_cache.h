@@ -2,9 +2,12 @@
 // the same and whose modification time moved by less than half a second is not read
 // again: its folded records come from here. One cache lives for one local scan.
 //
-// Every rescan loads the whole file (megabytes for a heavy user), so load() reads it with
-// simdjson's On-Demand parser straight into entries; a scan that changed it hands the
-// writing to a background thread (saveInBackground).
+// Every rescan loads the whole file (megabytes for a heavy user). Each save therefore also
+// writes "usage-scan.bin", a binary image of the same entries tied to the JSON file it
+// mirrors, and load() reads that image instead whenever the JSON file is still the one it
+// mirrors; otherwise the JSON is read, with simdjson's On-Demand parser straight into
+// entries. A scan that changed the cache hands the writing to a background thread
+// (saveInBackground).
 #pragma once
 
 #include "core/directory_index.h"
@@ -38,10 +41,14 @@ struct ScanCache {
         int64_t size = 0;
         double modified = 0;
         std::vector<UsageRecord> records;
+        // Whether this scan asked for the file (through hit or store); not saved.
+        bool visited = false;
 
         void encode(JsonWriter& writer) const;
         static std::optional<Entry> decode(simdjson::ondemand::value json);
-        bool operator==(const Entry&) const = default;
+        bool operator==(const Entry& other) const {
+            return size == other.size && modified == other.modified && records == other.records;
+        }
     };
 
     // A file's size and modification time (seconds since 1970); both 0 when unreadable.
@@ -80,7 +87,8 @@ struct ScanCache {
     static Stamp stamp(const std::filesystem::path& path);
     // The same for `path` relative to the open directory `directory` (or AT_FDCWD).
     static Stamp stamp(int directory, const char* path);
-    // The cached entry when it still matches `current`, else nullptr.
+    // The cached entry when it still matches `current`, else nullptr. Either way the path
+    // counts as visited: a miss is always followed by store().
     const Entry* hit(const std::string& path, const Stamp& current);
     void store(const std::string& path, const Stamp& current, std::vector<UsageRecord> records);
 
@@ -92,21 +100,50 @@ struct ScanCache {
                                            const ParseText& parse);
 
     void prune(const std::unordered_set<std::string>& keeping);
+    // Drops the entries of every file this scan did not ask for: logs that are gone.
+    void pruneUnvisited();
 
     // What the log directories held, so that only changed ones are listed again (passed to
     // Scan::files by the sources). Loaded and saved with the cache, in a file of its own.
     DirectoryIndex directories;
-
-    // The paths asked for during this scan (through records() or recordsOfFiles): the log
-    // files that exist now. Not saved.
-    std::unordered_set<std::string> visited;
 
     void encode(JsonWriter& writer) const;
     // The cache in `text`, strictly: any entry or record that does not decode fails the
     // whole cache, as does text that is not one JSON object.
     static std::optional<ScanCache> decode(const simdjson::padded_string& text);
 
+    // A file as it stands: writing to it, or renaming another file over it, changes this.
+    struct FileIdentity {
+        uint64_t device = 0;
+        uint64_t inode = 0;
+        int64_t size = 0;
+        int64_t modified = 0;  // nanoseconds since 1970
+        int64_t changed = 0;   // status change, nanoseconds since 1970
+        bool operator==(const FileIdentity&) const = default;
+    };
+    static std::optional<FileIdentity> identity(const std::filesystem::path& path);
+
+    static std::filesystem::path imageFile();
+    // This cache as reading the JSON file `of` gives it back (dates in whole seconds), as a
+    // binary image; nothing when some value would not come back from JSON exactly, in which
+    // case the JSON alone is read.
+    std::optional<std::string> image(const FileIdentity& of) const;
+    // The cache in `image` when the image is intact and mirrors `of`.
+    static std::optional<ScanCache> fromImage(std::string_view image, const FileIdentity& of);
+
   private:
+    // The JSON file this cache was read from, while the image on disk does not mirror it:
+    // the next save writes the image even when the entries did not change.
+    std::optional<FileIdentity> m_imageMissingFor;
+
+    // The entries saved in `json` (through `image` when that mirrors it), or an empty cache.
+    static ScanCache readSaved(const std::filesystem::path& json,
+                               const std::filesystem::path& image);
+    // Writes `json` when the entries changed, then `image` whenever the one on disk does not
+    // mirror `json`. False when `json` could not be written; a failed image is ignored.
+    static bool writeSaved(const ScanCache& cache, const std::filesystem::path& json,
+                           const std::filesystem::path& image);
+
     struct Loading;
     std::shared_ptr<Loading> m_loading;  // the background read of loadInBackground()
 };

@@ -39,7 +39,7 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     }
     // Every log a source listed was asked for: what was not is gone (OpenCode reads a
     // database, not logs, so it never keeps an entry).
-    cache.prune(cache.visited);
+    cache.pruneUnvisited();
 
     // What the app itself recorded for a session supersedes what any log says of it.
     std::vector<UsageRecord> own = AppLedger::all();

@@ -262,7 +262,7 @@ fs::path codexSessions() {
 
 std::optional<PlanLimits> codex(const fs::path& root) {
     std::vector<std::pair<double, fs::path>> logs;
-    for (fs::path& file : Scan::files(root, ".jsonl")) {
+    for (std::string& file : Scan::files(root, ".jsonl")) {
         struct stat info {};
         if (::stat(file.c_str(), &info) != 0) continue;
         double modified = static_cast<double>(info.st_mtim.tv_sec) +

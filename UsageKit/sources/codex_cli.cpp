@@ -256,11 +256,12 @@ class LogParser {
 
 }  // namespace
 
-std::vector<std::filesystem::path> CodexCLISource::files(DirectoryIndex* index) {
-    std::vector<std::filesystem::path> found;
+std::vector<std::string> CodexCLISource::files(DirectoryIndex* index) {
+    std::vector<std::string> found;
     for (const auto& root : {TallyPaths::codexSessions(), TallyPaths::codexArchived()}) {
-        for (auto& file : Scan::files(root, ".jsonl", index)) {
-            if (file.filename().string().starts_with("rollout-")) found.push_back(std::move(file));
+        for (std::string& file : Scan::files(root, ".jsonl", index)) {
+            if (std::string_view(file).substr(file.rfind('/') + 1).starts_with("rollout-"))
+                found.push_back(std::move(file));
         }
     }
     return found;

@@ -51,7 +51,7 @@ class CodexCLISource : public UsageSource {
     std::vector<UsageRecord> scan(ScanCache& cache) const override;
 
     // Files named "rollout-*" ending in ".jsonl": the live sessions, then the archived.
-    static std::vector<std::filesystem::path> files(DirectoryIndex* index = nullptr);
+    static std::vector<std::string> files(DirectoryIndex* index = nullptr);
 
     // One log's text; records without a session_meta carry `fallbackSession`.
     static std::vector<UsageRecord> parse(std::string_view text,

@@ -91,11 +91,11 @@ std::vector<fs::path> CopilotSource::roots() {
     return TallyPaths::copilotRoots();
 }
 
-std::vector<fs::path> CopilotSource::files(DirectoryIndex* index) {
-    std::vector<fs::path> found;
+std::vector<std::string> CopilotSource::files(DirectoryIndex* index) {
+    std::vector<std::string> found;
     for (const fs::path& root : roots())
         for (std::string_view suffix : {".jsonl", ".json"})
-            for (fs::path& file : Scan::files(root, suffix, index))
+            for (std::string& file : Scan::files(root, suffix, index))
                 found.push_back(std::move(file));
     return found;
 }

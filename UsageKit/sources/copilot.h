@@ -21,7 +21,7 @@ class CopilotSource : public UsageSource {
 
     static std::vector<std::filesystem::path> roots();
     // Under each root in turn: every ".jsonl" file, then every ".json" file.
-    static std::vector<std::filesystem::path> files(DirectoryIndex* index = nullptr);
+    static std::vector<std::string> files(DirectoryIndex* index = nullptr);
     // One file's whole text; `session` names the records and the ids of lines without one.
     static std::vector<UsageRecord> parse(std::string_view text, const std::string& session);
     // The same for a file, streamed line by line, with the session taken from its name.

@@ -150,9 +150,9 @@ class LineParser {
     std::unordered_map<std::string, size_t> m_places;
 };
 
-bool isChatFile(const fs::path& path) {
-    const std::string name = path.filename().string();
-    return Scan::contains(path.string(), "/chats/") &&
+bool isChatFile(std::string_view path) {
+    const std::string_view name = path.substr(path.rfind('/') + 1);
+    return Scan::contains(path, "/chats/") &&
            (name.starts_with("session") || name.ends_with(".jsonl")) &&
            !name.starts_with("checkpoint");
 }
@@ -237,12 +237,12 @@ std::optional<std::string> GeminiCLISource::projectName(const fs::path& near) {
     }
 }
 
-std::vector<fs::path> GeminiCLISource::files(DirectoryIndex* index) {
-    std::vector<fs::path> found;
+std::vector<std::string> GeminiCLISource::files(DirectoryIndex* index) {
+    std::vector<std::string> found;
     for (const fs::path& home : TallyPaths::geminiHomes()) {
         const fs::path tmp = home / "tmp";
         for (std::string_view suffix : {".jsonl", ".json"})
-            for (fs::path& file : Scan::files(tmp, suffix, index))
+            for (std::string& file : Scan::files(tmp, suffix, index))
                 if (isChatFile(file)) found.push_back(std::move(file));
     }
     return found;

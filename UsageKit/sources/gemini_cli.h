@@ -31,7 +31,7 @@ class GeminiCLISource : public UsageSource {
     std::vector<UsageRecord> scan(ScanCache& cache) const override;
 
     // The chat files below "tmp" of every Gemini home: ".jsonl" ones first, then ".json".
-    static std::vector<std::filesystem::path> files(DirectoryIndex* index = nullptr);
+    static std::vector<std::string> files(DirectoryIndex* index = nullptr);
     // A ".jsonl" file is streamed line by line; a ".json" file is read whole.
     static std::vector<UsageRecord> parseFile(const std::filesystem::path& file);
     // The trimmed text of the nearest ".project_root" at or above the file's directory.

@@ -47,12 +47,12 @@ void onAllCores(size_t count, size_t perThreadAtLeast, const Work& work) {
 
 // The longest directory, with its trailing slash, that holds every file: "/" when absolute
 // paths share only the root, "" when relative ones share nothing or the two kinds mix.
-std::string_view commonDirectory(const std::vector<std::filesystem::path>& files) {
+std::string_view commonDirectory(const std::vector<std::string>& files) {
     if (files.empty()) return {};
-    std::string_view common = files[0].native();
+    std::string_view common = files[0];
     common = common.substr(0, common.rfind('/') + 1);  // npos + 1 == 0
-    for (const std::filesystem::path& file : files) {
-        while (!common.empty() && !std::string_view(file.native()).starts_with(common)) {
+    for (const std::string& file : files) {
+        while (!common.empty() && !file.starts_with(common)) {
             if (common.size() == 1) return {};
             common = common.substr(0, common.rfind('/', common.size() - 2) + 1);
         }
@@ -63,7 +63,7 @@ std::string_view commonDirectory(const std::vector<std::filesystem::path>& files
 // Every file's stamp, on all cores. A rescan of unchanged logs is mostly these stats, and
 // most of a stat is the walk down the path: each is made relative to the directory the
 // files share, opened once.
-std::vector<ScanCache::Stamp> stampsOf(const std::vector<std::filesystem::path>& files) {
+std::vector<ScanCache::Stamp> stampsOf(const std::vector<std::string>& files) {
     std::vector<ScanCache::Stamp> found(files.size());
     const std::string common(commonDirectory(files));
     const int directory =
@@ -78,8 +78,7 @@ std::vector<ScanCache::Stamp> stampsOf(const std::vector<std::filesystem::path>&
 
 }  // namespace
 
-std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
-                                        const std::vector<std::filesystem::path>& files,
+std::vector<UsageRecord> recordsOfFiles(ScanCache& cache, const std::vector<std::string>& files,
                                         const ScanCache::Parse& parse) {
     const std::vector<ScanCache::Stamp> stamps = stampsOf(files);
 
@@ -87,9 +86,7 @@ std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
     std::vector<size_t> misses;
     size_t count = 0;
     for (size_t i = 0; i < files.size(); ++i) {
-        const std::string& path = files[i].native();
-        cache.visited.insert(path);
-        cached[i] = cache.hit(path, stamps[i]);
+        cached[i] = cache.hit(files[i], stamps[i]);
         if (cached[i])
             count += cached[i]->records.size();
         else
@@ -109,7 +106,7 @@ std::vector<UsageRecord> recordsOfFiles(ScanCache& cache,
             all.insert(all.end(), cached[i]->records.begin(), cached[i]->records.end());
         } else {
             all.insert(all.end(), parsed[i].begin(), parsed[i].end());
-            cache.store(files[i].native(), stamps[i], std::move(parsed[i]));
+            cache.store(files[i], stamps[i], std::move(parsed[i]));
         }
     }
     return all;

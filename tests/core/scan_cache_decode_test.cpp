@@ -1,15 +1,19 @@
 // The scan cache is read with simdjson's On-Demand parser; every other state file goes
 // through the DOM and the strict Decode readers. These tests hold the two to the same
 // answers: a mutated cache text is accepted by both with the same entries, or by neither.
+// The binary image saved beside the JSON file is held to the same answers as the JSON.
 #include "core/json_coding.h"
 #include "core/scan_cache.h"
+#include "core/store.h"
 #include "support/records.h"
+#include "support/temp_home.h"
 
 #include <gtest/gtest.h>
 
 #include <random>
 
 namespace usagekit {
+namespace fs = std::filesystem;
 namespace {
 
 // The cache as the DOM readers decode it: first occurrence of a key wins, any entry or
@@ -169,6 +173,95 @@ TEST(ScanCacheDecode, TornTrailingOrRandomlyDamagedTextNeverReadsAsACache) {
         if (onDemand && !dom) {
             EXPECT_EQ(onDemand->files, sample().files) << damaged;
         }
+    }
+}
+
+class ScanCacheImage : public testing::TempHome {
+  protected:
+    // The cache as a scan leaves it: dates fresh from the logs keep fractions of a second,
+    // which the JSON file does not.
+    static ScanCache scanned() {
+        ScanCache cache = sample();
+        for (auto& [path, entry] : cache.files)
+            for (UsageRecord& record : entry.records)
+                record.date = record.date.addingSeconds(0.75);
+        return cache;
+    }
+    static std::optional<ScanCache> fromImageOnDisk() {
+        return ScanCache::fromImage(testing::readText(ScanCache::imageFile()),
+                                    *ScanCache::identity(ScanCache::file()));
+    }
+    // What the JSON file alone gives back.
+    static ScanCache fromJSON() {
+        return *ScanCache::decode(simdjson::padded_string(testing::readText(ScanCache::file())));
+    }
+};
+
+TEST_F(ScanCacheImage, GivesBackExactlyWhatTheJSONFileDoes) {
+    ScanCache cache = scanned();
+    cache.save();
+    const auto image = fromImageOnDisk();
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->files, fromJSON().files);
+    EXPECT_EQ(ScanCache::load().files, fromJSON().files);
+    EXPECT_NE(image->files, cache.files);  // the fractions of a second are gone, as in JSON
+
+    // A JSON file without an image (an older Tally wrote it) gets one at the next save,
+    // though nothing in it changed.
+    fs::remove(ScanCache::imageFile());
+    ScanCache loaded = ScanCache::load();
+    EXPECT_FALSE(loaded.changed);
+    loaded.save();
+    ASSERT_TRUE(fs::exists(ScanCache::imageFile()));
+    EXPECT_EQ(fromImageOnDisk()->files, fromJSON().files);
+}
+
+TEST_F(ScanCacheImage, IsNotUsedForAnotherFileOrWhenDamaged) {
+    ScanCache cache = scanned();
+    cache.save();
+    const std::string good = testing::readText(ScanCache::imageFile());
+    ScanCache::FileIdentity json = *ScanCache::identity(ScanCache::file());
+    ASSERT_TRUE(ScanCache::fromImage(good, json));
+    for (size_t length = 0; length < good.size(); ++length)
+        EXPECT_FALSE(ScanCache::fromImage(good.substr(0, length), json)) << length;
+    for (size_t at = 0; at < good.size(); ++at) {
+        std::string flipped = good;
+        flipped[at] = static_cast<char>(flipped[at] ^ 0x01);
+        EXPECT_FALSE(ScanCache::fromImage(flipped, json)) << at;
+    }
+    json.inode += 1;
+    EXPECT_FALSE(ScanCache::fromImage(good, json));
+
+    // Another writer replaced the JSON file: the image is of the old one, and is passed by.
+    Store::saveData(
+        replaced(testing::readText(ScanCache::file()), "\"version\" : 4", "\"version\" : 3"),
+        ScanCache::file());
+    EXPECT_TRUE(ScanCache::load().files.empty());
+}
+
+TEST_F(ScanCacheImage, ACacheJSONCannotHoldExactlyGetsNoImage) {
+    ScanCache first = scanned();
+    first.save();  // leaves an image behind, of a file about to be replaced
+    const struct {
+        const char* fault;
+        void (*apply)(UsageRecord&);
+    } faults[] = {
+        {"model not UTF-8", [](UsageRecord& r) { r.model = "caf\xE9"; }},
+        {"count beyond 2^53", [](UsageRecord& r) { r.output = (int64_t{1} << 53) + 1; }},
+        {"date beyond ISO 8601", [](UsageRecord& r) { r.date = Date{1e13}; }},
+    };
+    for (const auto& fault : faults) {
+        ScanCache cache = scanned();
+        fault.apply(cache.files.begin()->second.records.emplace_back(
+            testing::record(Provider::claudeCode, "m")));
+        cache.save();
+        EXPECT_FALSE(fs::exists(ScanCache::imageFile())) << fault.fault;
+        const ScanCache loaded = ScanCache::load();
+        if (auto json =
+                ScanCache::decode(simdjson::padded_string(testing::readText(ScanCache::file()))))
+            EXPECT_EQ(loaded.files, json->files) << fault.fault;
+        else
+            EXPECT_TRUE(loaded.files.empty()) << fault.fault;
     }
 }
 

@@ -120,7 +120,7 @@ TEST_F(ScanFiles, FindsBySuffixAndSkipsHiddenEntries) {
     auto found = Scan::files(home / "p/", ".jsonl");
     std::vector<std::string> names;
     for (auto& f : found)
-        names.push_back(f.string().substr(home.string().size()));
+        names.push_back(f.substr(home.string().size()));
     std::sort(names.begin(), names.end());
     EXPECT_EQ(names,
               (std::vector<std::string>{"/p/a.jsonl", "/p/deep/er/b.jsonl", "/p/odd.jsonl"}));

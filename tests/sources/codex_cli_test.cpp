@@ -42,7 +42,7 @@ TEST_F(CodexCLISourceTest, ScanReadsRolloutLogsOfSessionsThenArchive) {
 
     auto files = CodexCLISource::files();
     ASSERT_EQ(files.size(), 3u);
-    EXPECT_EQ(files[2].parent_path().filename(), "archived_sessions");
+    EXPECT_EQ(std::filesystem::path(files[2]).parent_path().filename(), "archived_sessions");
 
     ScanCache cache;
     // May 1 sums two turns; after the restart past midnight the totals start again, so

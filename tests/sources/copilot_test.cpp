@@ -43,8 +43,8 @@ TEST_F(CopilotTest, ScanReadsBothRootsAndNamesSessionsAfterFiles) {
                               ".copilot/.cache/hidden.jsonl", ".config/github-copilot/c.jsonl"})
         write(other, "");
     std::vector<std::string> names;
-    for (const fs::path& file : CopilotSource::files())
-        names.push_back(file.lexically_relative(home).string());
+    for (const std::string& file : CopilotSource::files())
+        names.push_back(fs::path(file).lexically_relative(home).string());
     EXPECT_EQ(names, (Lines{".copilot/session-state/4d2c9e.jsonl", ".copilot/b.json",
                             ".config/github-copilot/c.jsonl"}));
 

@@ -117,8 +117,8 @@ TEST_F(GeminiTest, FilesAreChatsOfBothHomesWithoutCheckpoints) {
     testing::writeText(second / ".gemini/tmp/p2/chats/session-6.jsonl", "{}");
 
     std::vector<std::string> names;
-    for (const fs::path& file : GeminiCLISource::files())
-        names.push_back(file.filename().string());
+    for (const std::string& file : GeminiCLISource::files())
+        names.push_back(fs::path(file).filename().string());
     ASSERT_EQ(names.size(), 4u);
     std::sort(names.begin(), names.begin() + 2);  // the file system's order within a suffix
     EXPECT_EQ(names,

@@ -13,7 +13,8 @@ class RecordsOfFiles : public testing::TempHome {
   protected:
     // One record per file, named after it, so a test sees which files were parsed.
     std::vector<UsageRecord> read(ScanCache& cache, const std::vector<fs::path>& files) {
-        return recordsOfFiles(cache, files, [](const fs::path& file) {
+        const std::vector<std::string> paths(files.begin(), files.end());
+        return recordsOfFiles(cache, paths, [](const fs::path& file) {
             return std::vector<UsageRecord>{testing::record(Provider::claudeCode, file.string())};
         });
     }

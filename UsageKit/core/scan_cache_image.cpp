@@ -1,0 +1,187 @@
+// "usage-scan.bin": the scan cache's entries as a binary image, tied to the JSON file they
+// mirror. Reading it costs a fraction of what parsing the JSON does, which is most of a
+// rescan of unchanged logs.
+//
+// The image must give back exactly what reading the JSON file would: dates are kept in
+// whole seconds as the JSON has them, and a cache holding anything that would not come back
+// from JSON unchanged (text that is not UTF-8, counts beyond 2^53, a date ISO 8601 cannot
+// hold) gets no image at all. Reading an image applies the JSON reader's rules too, so a
+// damaged or forged image can give nothing the JSON reader would refuse.
+#include "core/binary_image.h"
+#include "core/checked.h"
+#include "core/paths.h"
+#include "core/scan_cache.h"
+
+#include <sys/stat.h>
+
+#include <cmath>
+
+namespace usagekit {
+
+namespace {
+
+constexpr std::string_view kMagic = "TLYSCAN1";
+constexpr int64_t kExactInDouble = int64_t{1} << 53;
+// The fewest bytes an entry and a record take in an image.
+constexpr size_t kEntrySize = 4 + 8 + 8 + 4;
+constexpr size_t kRecordSize = 4 + 8 + 4 + 4 + 1 + 4 + 6 * 8;
+
+enum Present : uint8_t { kProject = 1, kSession = 2, kCost = 4 };
+
+bool isText(std::string_view text) {
+    return simdjson::validate_utf8(text.data(), text.size());
+}
+
+// Counts beyond 2^53 go through a double on their way back from JSON.
+bool isExactCount(int64_t count) {
+    return count >= -kExactInDouble && count <= kExactInDouble;
+}
+
+int64_t nanoseconds(const struct timespec& time) {
+    return static_cast<int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+void writeIdentity(BinaryImage::Writer& w, const ScanCache::FileIdentity& file) {
+    w.i64(static_cast<int64_t>(file.device));
+    w.i64(static_cast<int64_t>(file.inode));
+    w.i64(file.size);
+    w.i64(file.modified);
+    w.i64(file.changed);
+}
+
+ScanCache::FileIdentity readIdentity(BinaryImage::Reader& r) {
+    ScanCache::FileIdentity file;
+    file.device = static_cast<uint64_t>(r.i64());
+    file.inode = static_cast<uint64_t>(r.i64());
+    file.size = r.i64();
+    file.modified = r.i64();
+    file.changed = r.i64();
+    return file;
+}
+
+// What the JSON reader would refuse in a record, whichever way it was read.
+bool isReadable(const UsageRecord& record) {
+    for (int64_t count : {record.calls, record.input, record.output, record.cacheRead,
+                          record.cacheWrite, record.reasoning})
+        if (!isExactCount(count)) return false;
+    if (!std::isfinite(record.date.secondsSince1970) ||
+        (record.reportedCostUSD && !std::isfinite(*record.reportedCostUSD)))
+        return false;
+    for (std::string_view text :
+         {std::string_view(record.id), std::string_view(record.model),
+          std::string_view(record.kind), std::string_view(record.provider.id)})
+        if (!isText(text)) return false;
+    if ((record.project && !isText(*record.project)) ||
+        (record.session && !isText(*record.session)))
+        return false;
+    try {
+        (void)record.total();
+        (void)record.read();
+    } catch (const OutOfRange&) {
+        return false;
+    }
+    return true;
+}
+
+bool writeRecord(BinaryImage::Writer& w, const UsageRecord& record) {
+    if (!isReadable(record)) return false;
+    // The JSON file keeps whole seconds.
+    const std::optional<Date> date = ISO8601::parse(ISO8601::format(record.date));
+    if (!date) return false;
+    w.text(record.id);
+    w.f64(date->secondsSince1970);
+    w.text(record.provider.id);
+    w.text(record.model);
+    w.u8((record.project ? kProject : 0) | (record.session ? kSession : 0) |
+         (record.reportedCostUSD ? kCost : 0));
+    if (record.project) w.text(*record.project);
+    if (record.session) w.text(*record.session);
+    w.text(record.kind);
+    for (int64_t count : {record.calls, record.input, record.output, record.cacheRead,
+                          record.cacheWrite, record.reasoning})
+        w.i64(count);
+    if (record.reportedCostUSD) w.f64(*record.reportedCostUSD);
+    return true;
+}
+
+std::optional<UsageRecord> readRecord(BinaryImage::Reader& r) {
+    UsageRecord record;
+    record.id = r.text();
+    record.date = Date{r.f64()};
+    record.provider = Provider(std::string(r.text()));
+    record.model = r.text();
+    const uint8_t present = r.u8();
+    if (present & kProject) record.project = std::string(r.text());
+    if (present & kSession) record.session = std::string(r.text());
+    record.kind = r.text();
+    for (int64_t* count : {&record.calls, &record.input, &record.output, &record.cacheRead,
+                           &record.cacheWrite, &record.reasoning})
+        *count = r.i64();
+    if (present & kCost) record.reportedCostUSD = r.f64();
+    if (r.failed() || present > (kProject | kSession | kCost) || !isReadable(record))
+        return std::nullopt;
+    return record;
+}
+
+}  // namespace
+
+std::filesystem::path ScanCache::imageFile() {
+    return TallyPaths::state("usage-scan.bin");
+}
+
+std::optional<ScanCache::FileIdentity> ScanCache::identity(const std::filesystem::path& path) {
+    struct stat info {};
+    if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+    return FileIdentity{static_cast<uint64_t>(info.st_dev), static_cast<uint64_t>(info.st_ino),
+                        static_cast<int64_t>(info.st_size), nanoseconds(info.st_mtim),
+                        nanoseconds(info.st_ctim)};
+}
+
+std::optional<std::string> ScanCache::image(const FileIdentity& of) const {
+    if (version != kVersion) return std::nullopt;
+    BinaryImage::Writer w;
+    writeIdentity(w, of);
+    w.u32(static_cast<uint32_t>(files.size()));
+    for (const auto& [path, entry] : files) {
+        if (!isText(path) || !isExactCount(entry.size) || !std::isfinite(entry.modified))
+            return std::nullopt;
+        w.text(path);
+        w.i64(entry.size);
+        w.f64(entry.modified);
+        w.u32(static_cast<uint32_t>(entry.records.size()));
+        for (const UsageRecord& record : entry.records)
+            if (!writeRecord(w, record)) return std::nullopt;
+    }
+    return w.sealed(kMagic);
+}
+
+std::optional<ScanCache> ScanCache::fromImage(std::string_view image, const FileIdentity& of) {
+    const auto payload = BinaryImage::unsealed(image, kMagic);
+    if (!payload) return std::nullopt;
+    BinaryImage::Reader r(*payload);
+    if (readIdentity(r) != of) return std::nullopt;
+    ScanCache cache;
+    const uint32_t entries = r.count(kEntrySize);
+    cache.files.reserve(entries);
+    for (uint32_t i = 0; i < entries; ++i) {
+        const std::string_view path = r.text();
+        Entry entry;
+        entry.size = r.i64();
+        entry.modified = r.f64();
+        const uint32_t records = r.count(kRecordSize);
+        entry.records.reserve(records);
+        for (uint32_t k = 0; k < records; ++k) {
+            auto record = readRecord(r);
+            if (!record) return std::nullopt;
+            entry.records.push_back(std::move(*record));
+        }
+        if (r.failed() || !isText(path) || !isExactCount(entry.size) ||
+            !std::isfinite(entry.modified))
+            return std::nullopt;
+        cache.files.try_emplace(std::string(path), std::move(entry));
+    }
+    if (r.failed() || !r.atEnd()) return std::nullopt;
+    return cache;
+}
+
+}  // namespace usagekit
