@@ -10,20 +10,34 @@ namespace {
 constexpr size_t kMagicSize = 8;
 constexpr size_t kHeaderSize = kMagicSize + 2 * sizeof(uint64_t);
 
-// Eight bytes per step, so checking a megabyte costs a fraction of a millisecond. It guards
-// against torn and damaged files, not against anyone forging one.
+constexpr uint64_t k1 = 0x87c37b91114253d5ULL, k2 = 0x4cf5ad432745937fULL;
+
+uint64_t mixed(uint64_t hash, uint64_t word) {
+    return std::rotl(hash ^ (word * k1), 31) * k2;
+}
+
+// Four independent lanes of eight bytes, so checking a megabyte costs well under a tenth of
+// a millisecond. It guards against torn and damaged files, not against anyone forging one.
 uint64_t checksum(std::string_view bytes) {
-    constexpr uint64_t k1 = 0x87c37b91114253d5ULL, k2 = 0x4cf5ad432745937fULL;
-    uint64_t hash = 0x9e3779b97f4a7c15ULL ^ bytes.size();
+    uint64_t lanes[4] = {0x9e3779b97f4a7c15ULL ^ bytes.size(), 1, 2, 3};
     size_t i = 0;
+    for (; i + 32 <= bytes.size(); i += 32) {
+        uint64_t words[4];
+        std::memcpy(words, bytes.data() + i, 32);
+        for (int lane = 0; lane < 4; ++lane)
+            lanes[lane] = mixed(lanes[lane], words[lane]);
+    }
+    uint64_t hash = lanes[0];
+    for (int lane = 1; lane < 4; ++lane)
+        hash = mixed(hash, lanes[lane]);
     for (; i + 8 <= bytes.size(); i += 8) {
         uint64_t word;
         std::memcpy(&word, bytes.data() + i, 8);
-        hash = std::rotl(hash ^ (word * k1), 31) * k2;
+        hash = mixed(hash, word);
     }
     uint64_t tail = 0;
     if (i < bytes.size()) std::memcpy(&tail, bytes.data() + i, bytes.size() - i);
-    hash = std::rotl(hash ^ (tail * k1), 31) * k2;
+    hash = mixed(hash, tail);
     hash ^= hash >> 33;
     hash *= 0xff51afd7ed558ccdULL;
     hash ^= hash >> 33;

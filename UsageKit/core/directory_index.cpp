@@ -95,9 +95,8 @@ std::optional<DirectoryIndex> DirectoryIndex::decode(std::string_view image) {
             const uint8_t isDirectory = r.u8();
             // Listings never hold hidden names; any other name here would take the walk
             // somewhere else than the entry (out of the tree, for "..").
-            if (name.empty() || name[0] == '.' ||
-                name.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos ||
-                isDirectory > 1)
+            if (name.empty() || name[0] == '.' || name.find('/') != std::string_view::npos ||
+                name.find('\0') != std::string_view::npos || isDirectory > 1)
                 return std::nullopt;
             listing.entries.push_back({std::string(name), isDirectory == 1});
         }

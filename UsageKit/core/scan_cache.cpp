@@ -136,7 +136,8 @@ void ScanCache::save() {
 
 void ScanCache::saveInBackground(ScanCache cache) {
     cache.settle();
-    if (!cache.changed && !cache.m_imageMissingFor && !cache.directories.changed()) return;
+    // Even with nothing to write the cache goes to the writer: freeing its thousands of
+    // records is a millisecond the scan need not wait for.
     // Everything the writer needs from elsewhere is resolved here, on the caller's thread.
     std::filesystem::path target = file(), imageTarget = imageFile(),
                           indexTarget = DirectoryIndex::file();
@@ -146,15 +147,16 @@ void ScanCache::saveInBackground(ScanCache cache) {
     (void)joinsAtExit;
     // Shared, so that the cache is still here to write should no thread be had.
     auto owned = std::make_shared<const ScanCache>(std::move(cache));
-    auto write = [owned, target = std::move(target), imageTarget = std::move(imageTarget),
-                  indexTarget = std::move(indexTarget)] {
-        (void)writeSaved(*owned, target, imageTarget);
-        owned->directories.save(indexTarget);
+    auto write = [target = std::move(target), imageTarget = std::move(imageTarget),
+                  indexTarget = std::move(indexTarget)](const ScanCache& saving) {
+        (void)writeSaved(saving, target, imageTarget);
+        saving.directories.save(indexTarget);
     };
     try {
-        writer = std::thread(write);
+        writer = std::thread([owned, write] { write(*owned); });
+        owned.reset();  // the writer's is then, nearly always, the last
     } catch (const std::system_error&) {
-        write();
+        write(*owned);
     }
 }
 

@@ -5,8 +5,10 @@
 // The image must give back exactly what reading the JSON file would: dates are kept in
 // whole seconds as the JSON has them, and a cache holding anything that would not come back
 // from JSON unchanged (text that is not UTF-8, counts beyond 2^53, a date ISO 8601 cannot
-// hold) gets no image at all. Reading an image applies the JSON reader's rules too, so a
-// damaged or forged image can give nothing the JSON reader would refuse.
+// hold) gets no image at all. Reading an image applies the JSON reader's rules on numbers
+// too, so not even a forged image can give counts whose sums overflow. Text is checked for
+// UTF-8 only when written: the checksum vouches for it on the way back, and checking every
+// string again would cost a third of the read.
 #include "core/binary_image.h"
 #include "core/checked.h"
 #include "core/paths.h"
@@ -59,20 +61,13 @@ ScanCache::FileIdentity readIdentity(BinaryImage::Reader& r) {
     return file;
 }
 
-// What the JSON reader would refuse in a record, whichever way it was read.
-bool isReadable(const UsageRecord& record) {
+// What the JSON reader would refuse in a record's numbers.
+bool hasReadableNumbers(const UsageRecord& record) {
     for (int64_t count : {record.calls, record.input, record.output, record.cacheRead,
                           record.cacheWrite, record.reasoning})
         if (!isExactCount(count)) return false;
     if (!std::isfinite(record.date.secondsSince1970) ||
         (record.reportedCostUSD && !std::isfinite(*record.reportedCostUSD)))
-        return false;
-    for (std::string_view text :
-         {std::string_view(record.id), std::string_view(record.model),
-          std::string_view(record.kind), std::string_view(record.provider.id)})
-        if (!isText(text)) return false;
-    if ((record.project && !isText(*record.project)) ||
-        (record.session && !isText(*record.session)))
         return false;
     try {
         (void)record.total();
@@ -83,8 +78,17 @@ bool isReadable(const UsageRecord& record) {
     return true;
 }
 
+bool hasText(const UsageRecord& record) {
+    for (std::string_view text :
+         {std::string_view(record.id), std::string_view(record.model),
+          std::string_view(record.kind), std::string_view(record.provider.id)})
+        if (!isText(text)) return false;
+    return (!record.project || isText(*record.project)) &&
+           (!record.session || isText(*record.session));
+}
+
 bool writeRecord(BinaryImage::Writer& w, const UsageRecord& record) {
-    if (!isReadable(record)) return false;
+    if (!hasReadableNumbers(record) || !hasText(record)) return false;
     // The JSON file keeps whole seconds.
     const std::optional<Date> date = ISO8601::parse(ISO8601::format(record.date));
     if (!date) return false;
@@ -118,7 +122,7 @@ std::optional<UsageRecord> readRecord(BinaryImage::Reader& r) {
                            &record.cacheWrite, &record.reasoning})
         *count = r.i64();
     if (present & kCost) record.reportedCostUSD = r.f64();
-    if (r.failed() || present > (kProject | kSession | kCost) || !isReadable(record))
+    if (r.failed() || present > (kProject | kSession | kCost) || !hasReadableNumbers(record))
         return std::nullopt;
     return record;
 }
@@ -175,8 +179,7 @@ std::optional<ScanCache> ScanCache::fromImage(std::string_view image, const File
             if (!record) return std::nullopt;
             entry.records.push_back(std::move(*record));
         }
-        if (r.failed() || !isText(path) || !isExactCount(entry.size) ||
-            !std::isfinite(entry.modified))
+        if (r.failed() || !isExactCount(entry.size) || !std::isfinite(entry.modified))
             return std::nullopt;
         cache.files.try_emplace(std::string(path), std::move(entry));
     }
