@@ -30,10 +30,7 @@ const DirectoryIndex::Listing* DirectoryIndex::reuse(const std::string& path, in
     auto it = m_listings.find(path);
     if (it == m_listings.end() || it->second.listing.changed != changed) return nullptr;
     Slot& slot = it->second;
-    if (!slot.kept) {
-        slot.kept = true;
-        ++m_keptCount;
-    }
+    keep(slot);
     return &slot.listing;
 }
 
@@ -41,11 +38,14 @@ void DirectoryIndex::listed(const std::string& path, Listing listing, int64_t no
     if (listing.changed <= 0 || listing.changed >= now - kSettledNanoseconds) return;
     Slot& slot = m_listings[path];
     slot.listing = std::move(listing);
-    if (!slot.kept) {
-        slot.kept = true;
-        ++m_keptCount;
-    }
+    keep(slot);
     m_listedAnew = true;
+}
+
+void DirectoryIndex::keep(Slot& slot) {
+    if (slot.kept) return;
+    slot.kept = true;
+    ++m_keptCount;
 }
 
 bool DirectoryIndex::changed() const {

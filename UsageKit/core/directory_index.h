@@ -69,6 +69,7 @@ class DirectoryIndex {
     // What was loaded and what this scan listed, in one map: a rescan that reuses every
     // listing only flags them.
     std::unordered_map<std::string, Slot> m_listings;
+    void keep(Slot& slot);
     size_t m_loadedCount = 0;
     size_t m_keptCount = 0;
     bool m_listedAnew = false;

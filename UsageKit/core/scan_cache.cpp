@@ -213,12 +213,6 @@ std::vector<UsageRecord> ScanCache::recordsOfText(const std::filesystem::path& p
     });
 }
 
-void ScanCache::prune(const std::unordered_set<std::string>& keeping) {
-    settle();
-    if (std::erase_if(files, [&](const auto& item) { return !keeping.contains(item.first); }) > 0)
-        changed = true;
-}
-
 void ScanCache::pruneUnvisited() {
     settle();
     if (std::erase_if(files, [](const auto& item) { return !item.second.visited; }) > 0)

@@ -22,7 +22,6 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 namespace usagekit {
@@ -99,7 +98,6 @@ struct ScanCache {
     std::vector<UsageRecord> recordsOfText(const std::filesystem::path& path,
                                            const ParseText& parse);
 
-    void prune(const std::unordered_set<std::string>& keeping);
     // Drops the entries of every file this scan did not ask for: logs that are gone.
     void pruneUnvisited();
 
@@ -117,8 +115,8 @@ struct ScanCache {
         uint64_t device = 0;
         uint64_t inode = 0;
         int64_t size = 0;
-        int64_t modified = 0;  // nanoseconds since 1970
-        int64_t changed = 0;   // status change, nanoseconds since 1970
+        int64_t modified = 0;       // nanoseconds since 1970
+        int64_t statusChanged = 0;  // nanoseconds since 1970
         bool operator==(const FileIdentity&) const = default;
     };
     static std::optional<FileIdentity> identity(const std::filesystem::path& path);

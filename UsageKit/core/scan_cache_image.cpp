@@ -48,7 +48,7 @@ void writeIdentity(BinaryImage::Writer& w, const ScanCache::FileIdentity& file) 
     w.i64(static_cast<int64_t>(file.inode));
     w.i64(file.size);
     w.i64(file.modified);
-    w.i64(file.changed);
+    w.i64(file.statusChanged);
 }
 
 ScanCache::FileIdentity readIdentity(BinaryImage::Reader& r) {
@@ -57,7 +57,7 @@ ScanCache::FileIdentity readIdentity(BinaryImage::Reader& r) {
     file.inode = static_cast<uint64_t>(r.i64());
     file.size = r.i64();
     file.modified = r.i64();
-    file.changed = r.i64();
+    file.statusChanged = r.i64();
     return file;
 }
 

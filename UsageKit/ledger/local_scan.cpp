@@ -10,6 +10,7 @@
 #include "sources/opencode.h"
 
 #include <algorithm>
+#include <unordered_set>
 
 namespace usagekit {
 

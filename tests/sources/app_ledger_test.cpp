@@ -12,11 +12,12 @@ namespace fs = std::filesystem;
 
 UsageRecord numbered(int n, const Provider& provider = Provider::claudeCode) {
     UsageRecord r;
-    r.id = "app-" + std::to_string(n);
+    r.id = std::string("app-").append(std::to_string(n));
     r.date = Date{1760000000.0 + n};
     r.provider = provider;
     r.model = "claude-sonnet-4-6";
-    r.session = "s" + std::to_string(n);
+    // Appended: GCC 12 wrongly flags "s" + std::string&& with -Wrestrict.
+    r.session = std::string("s").append(std::to_string(n));
     r.kind = "session";
     r.calls = 1;
     r.input = n;
@@ -55,7 +56,10 @@ TEST_F(AppLedgerTest, ADamagedFileReadsAsEmptyAndTheNextAppendReplacesIt) {
     // Not JSON, JSON of another shape, and an array with one record that does not decode.
     for (const std::string& damaged :
          {std::string("{\"records\": [tru"), std::string("{\"records\":[]}"),
-          "[" + jsonData(numbered(1), false) + ",{\"id\":\"half a record\"}]"}) {
+          // Appended: GCC 12 wrongly flags "[" + std::string&& with -Wrestrict.
+          std::string("[")
+              .append(jsonData(numbered(1), false))
+              .append(",{\"id\":\"half a record\"}]")}) {
         testing::writeText(AppLedger::file(), damaged);
         EXPECT_TRUE(AppLedger::all().empty()) << damaged;
         AppLedger::append(numbered(7));
