@@ -23,6 +23,8 @@ class Writer {
     void i64(int64_t value) { put(&value, sizeof value); }
     void f64(double value) { put(&value, sizeof value); }
     void text(std::string_view value);
+    // Bytes as they stand, such as part of a payload read back earlier.
+    void bytes(std::string_view value) { m_payload.append(value); }
 
     // The image: `magic` (eight bytes), length, checksum and the payload written so far.
     std::string sealed(std::string_view magic) const;
@@ -52,6 +54,8 @@ class Reader {
 
     bool failed() const { return m_failed; }
     bool atEnd() const { return m_rest.empty(); }
+    // What is left to read.
+    std::string_view rest() const { return m_rest; }
 
   private:
     template <class T>

@@ -27,6 +27,7 @@ void DirectoryIndex::save(const std::filesystem::path& to) const {
 
 const DirectoryIndex::Listing* DirectoryIndex::reuse(const std::string& path, int64_t changed) {
     // A settled directory walked twice in one scan (for two name suffixes) is listed once.
+    std::lock_guard lock(m_mutex);
     auto it = m_listings.find(path);
     if (it == m_listings.end() || it->second.listing.changed != changed) return nullptr;
     Slot& slot = it->second;
@@ -36,7 +37,9 @@ const DirectoryIndex::Listing* DirectoryIndex::reuse(const std::string& path, in
 
 void DirectoryIndex::listed(const std::string& path, Listing listing, int64_t now) {
     if (listing.changed <= 0 || listing.changed >= now - kSettledNanoseconds) return;
+    std::lock_guard lock(m_mutex);
     Slot& slot = m_listings[path];
+    if (slot.kept) return;
     slot.listing = std::move(listing);
     keep(slot);
     m_listedAnew = true;

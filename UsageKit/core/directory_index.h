@@ -13,6 +13,8 @@
 // appending to a log does not touch its directory.
 #pragma once
 
+#include "core/movable_mutex.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -46,10 +48,13 @@ class DirectoryIndex {
     void save(const std::filesystem::path& to = file()) const;
 
     // The recorded listing of `path` when the directory's change time is still `changed`,
-    // kept for the next scan too; else nullptr. Valid while the index lives.
+    // kept for the next scan too; else nullptr. Valid, and unchanged, while the index lives.
+    // Sources walk their trees at the same time, so reuse() and listed() may be called from
+    // several threads at once.
     const Listing* reuse(const std::string& path, int64_t changed);
     // A listing this scan read; kept for the next scan when the directory has settled by
-    // `now` (nanoseconds since 1970) and its change time is known (not 0).
+    // `now` (nanoseconds since 1970) and its change time is known (not 0), unless this scan
+    // already kept one for `path`: that one may still be being walked.
     void listed(const std::string& path, Listing listing, int64_t now);
 
     // Whether the next scan would load something other than what this one loaded.
@@ -70,6 +75,7 @@ class DirectoryIndex {
     // listing only flags them.
     std::unordered_map<std::string, Slot> m_listings;
     void keep(Slot& slot);
+    MovableMutex m_mutex;  // guards the map and the counts while the walks run
     size_t m_loadedCount = 0;
     size_t m_keptCount = 0;
     bool m_listedAnew = false;

@@ -41,7 +41,7 @@ ScanCache ScanCache::readSaved(const std::filesystem::path& json,
     const std::optional<FileIdentity> saved = identity(json);
     if (!saved) return ScanCache();
     if (auto bytes = Store::readFile(image))
-        if (auto mirrored = fromImage(*bytes, *saved)) {
+        if (auto mirrored = fromImage(std::move(*bytes), *saved)) {
             mirrored->changed = false;
             return std::move(*mirrored);
         }
@@ -109,6 +109,11 @@ ScanCache ScanCache::loadInBackground() {
 }
 
 void ScanCache::settle() {
+    std::lock_guard lock(m_mutex);
+    settleLocked();
+}
+
+void ScanCache::settleLocked() {
     if (!m_loading) return;
     const std::shared_ptr<Loading> loading = std::move(m_loading);
     ScanCache loaded;
@@ -177,29 +182,31 @@ ScanCache::Stamp ScanCache::stamp(int directory, const char* path) {
         static_cast<double>(info.st_mtim.tv_sec) + static_cast<double>(info.st_mtim.tv_nsec) / 1e9};
 }
 
-const ScanCache::Entry* ScanCache::hit(const std::string& path, const Stamp& current) {
-    settle();
+std::optional<ScanCache::Entry> ScanCache::hit(const std::string& path, const Stamp& current) {
+    std::lock_guard lock(m_mutex);
+    settleLocked();
     auto it = files.find(path);
-    if (it == files.end()) return nullptr;
+    if (it == files.end()) return std::nullopt;
     Entry& entry = it->second;
     entry.visited = true;
     // The size must match exactly; the time only to within half a second, because some
     // file systems and copies keep coarser times than others.
     if (entry.size != current.size || !(std::fabs(entry.modified - current.modified) < 0.5))
-        return nullptr;
-    return &entry;
+        return std::nullopt;
+    return entry;
 }
 
 void ScanCache::store(const std::string& path, const Stamp& current,
                       std::vector<UsageRecord> records) {
-    settle();
+    std::lock_guard lock(m_mutex);
+    settleLocked();
     files[path] = Entry{current.size, current.modified, std::move(records), true};
     changed = true;
 }
 
 std::vector<UsageRecord> ScanCache::records(const std::filesystem::path& path, const Parse& parse) {
     const Stamp current = stamp(path);
-    if (const Entry* entry = hit(path.string(), current)) return entry->records;
+    if (const auto entry = hit(path.string(), current)) return entry->allRecords();
     std::vector<UsageRecord> parsed = parse(path);
     store(path.string(), current, parsed);
     return parsed;
@@ -214,9 +221,23 @@ std::vector<UsageRecord> ScanCache::recordsOfText(const std::filesystem::path& p
 }
 
 void ScanCache::pruneUnvisited() {
-    settle();
+    std::lock_guard lock(m_mutex);
+    settleLocked();
     if (std::erase_if(files, [](const auto& item) { return !item.second.visited; }) > 0)
         changed = true;
+}
+
+void ScanCache::Entry::appendRecordsTo(std::vector<UsageRecord>& out) const {
+    out.insert(out.end(), records.begin(), records.end());
+    packed.appendTo(out);
+}
+
+std::vector<UsageRecord> ScanCache::Entry::allRecords() const {
+    if (packed.count() == 0) return records;
+    std::vector<UsageRecord> all;
+    all.reserve(recordCount());
+    appendRecordsTo(all);
+    return all;
 }
 
 void ScanCache::Entry::encode(JsonWriter& w) const {
@@ -224,7 +245,10 @@ void ScanCache::Entry::encode(JsonWriter& w) const {
     w.key("modified");
     w.value(modified);
     w.key("records");
-    JSONCoding<std::vector<UsageRecord>>::encode(w, records);
+    if (packed.count() == 0)
+        JSONCoding<std::vector<UsageRecord>>::encode(w, records);
+    else
+        JSONCoding<std::vector<UsageRecord>>::encode(w, allRecords());
     w.key("size");
     w.value(size);
     w.endObject();

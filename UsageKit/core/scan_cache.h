@@ -12,6 +12,7 @@
 
 #include "core/directory_index.h"
 #include "core/json.h"
+#include "core/movable_mutex.h"
 #include "core/usage_record.h"
 
 #include <cstdint>
@@ -36,17 +37,44 @@ struct ScanCache {
     ScanCache(const ScanCache&) = delete;
     ScanCache& operator=(const ScanCache&) = delete;
 
+    // An entry's records as they lie in the binary image the cache was read from: checked
+    // when the image was read, unpacked only when a scan asks for them. A rescan of
+    // unchanged logs thus builds each record once, in its results, rather than once into
+    // the cache and again as a copy. Holds on to the image it points into.
+    class PackedRecords {
+      public:
+        PackedRecords() = default;
+        PackedRecords(std::shared_ptr<const std::string> image, std::string_view bytes,
+                      uint32_t count)
+            : m_image(std::move(image)), m_bytes(bytes), m_count(count) {}
+        uint32_t count() const { return m_count; }
+        std::string_view bytes() const { return m_bytes; }
+        void appendTo(std::vector<UsageRecord>& out) const;
+
+      private:
+        std::shared_ptr<const std::string> m_image;
+        std::string_view m_bytes;
+        uint32_t m_count = 0;
+    };
+
     struct Entry {
         int64_t size = 0;
         double modified = 0;
+        // The records, unless they are still `packed`: never both.
         std::vector<UsageRecord> records;
         // Whether this scan asked for the file (through hit or store); not saved.
         bool visited = false;
+        PackedRecords packed = {};
+
+        size_t recordCount() const { return records.size() + packed.count(); }
+        void appendRecordsTo(std::vector<UsageRecord>& out) const;
+        std::vector<UsageRecord> allRecords() const;
 
         void encode(JsonWriter& writer) const;
         static std::optional<Entry> decode(simdjson::ondemand::value json);
         bool operator==(const Entry& other) const {
-            return size == other.size && modified == other.modified && records == other.records;
+            return size == other.size && modified == other.modified &&
+                   allRecords() == other.allRecords();
         }
     };
 
@@ -86,9 +114,11 @@ struct ScanCache {
     static Stamp stamp(const std::filesystem::path& path);
     // The same for `path` relative to the open directory `directory` (or AT_FDCWD).
     static Stamp stamp(int directory, const char* path);
-    // The cached entry when it still matches `current`, else nullptr. Either way the path
-    // counts as visited: a miss is always followed by store().
-    const Entry* hit(const std::string& path, const Stamp& current);
+    // A copy of the cached entry when it still matches `current` (packed records copy for
+    // next to nothing). Either way the path counts as visited: a miss is always followed by
+    // store(). Sources scan at the same time, so hit() and store() may be called from
+    // several threads at once; what hit() returns is the caller's own.
+    std::optional<Entry> hit(const std::string& path, const Stamp& current);
     void store(const std::string& path, const Stamp& current, std::vector<UsageRecord> records);
 
     // The file's records, from the cache or by calling `parse(path)`.
@@ -126,8 +156,9 @@ struct ScanCache {
     // binary image; nothing when some value would not come back from JSON exactly, in which
     // case the JSON alone is read.
     std::optional<std::string> image(const FileIdentity& of) const;
-    // The cache in `image` when the image is intact and mirrors `of`.
-    static std::optional<ScanCache> fromImage(std::string_view image, const FileIdentity& of);
+    // The cache in `image` when the image is intact and mirrors `of`. Its entries keep
+    // their records packed in the image.
+    static std::optional<ScanCache> fromImage(std::string image, const FileIdentity& of);
 
   private:
     // The JSON file this cache was read from, while the image on disk does not mirror it:
@@ -144,6 +175,9 @@ struct ScanCache {
 
     struct Loading;
     std::shared_ptr<Loading> m_loading;  // the background read of loadInBackground()
+    // Guards `files` and the background read while sources scan side by side.
+    MovableMutex m_mutex;
+    void settleLocked();
 };
 
 }  // namespace usagekit

@@ -108,23 +108,26 @@ bool writeRecord(BinaryImage::Writer& w, const UsageRecord& record) {
     return true;
 }
 
-std::optional<UsageRecord> readRecord(BinaryImage::Reader& r) {
-    UsageRecord record;
-    record.id = r.text();
+// Reads one record into `record`. Without `keepText` its texts are only stepped over: that
+// checks a record, numbers and all, without allocating anything.
+bool readRecord(BinaryImage::Reader& r, UsageRecord& record, bool keepText) {
+    auto text = [&](std::string& into) {
+        const std::string_view value = r.text();
+        if (keepText) into = value;
+    };
+    text(record.id);
     record.date = Date{r.f64()};
-    record.provider = Provider(std::string(r.text()));
-    record.model = r.text();
+    text(record.provider.id);
+    text(record.model);
     const uint8_t present = r.u8();
-    if (present & kProject) record.project = std::string(r.text());
-    if (present & kSession) record.session = std::string(r.text());
-    record.kind = r.text();
+    if (present & kProject) text(record.project.emplace());
+    if (present & kSession) text(record.session.emplace());
+    text(record.kind);
     for (int64_t* count : {&record.calls, &record.input, &record.output, &record.cacheRead,
                            &record.cacheWrite, &record.reasoning})
         *count = r.i64();
     if (present & kCost) record.reportedCostUSD = r.f64();
-    if (r.failed() || present > (kProject | kSession | kCost) || !hasReadableNumbers(record))
-        return std::nullopt;
-    return record;
+    return !r.failed() && present <= (kProject | kSession | kCost) && hasReadableNumbers(record);
 }
 
 }  // namespace
@@ -152,39 +155,56 @@ std::optional<std::string> ScanCache::image(const FileIdentity& of) const {
         w.text(path);
         w.i64(entry.size);
         w.f64(entry.modified);
-        w.u32(static_cast<uint32_t>(entry.records.size()));
+        w.u32(static_cast<uint32_t>(entry.recordCount()));
+        // Packed records were written by this code and checked when read back.
+        w.bytes(entry.packed.bytes());
         for (const UsageRecord& record : entry.records)
             if (!writeRecord(w, record)) return std::nullopt;
     }
     return w.sealed(kMagic);
 }
 
-std::optional<ScanCache> ScanCache::fromImage(std::string_view image, const FileIdentity& of) {
-    const auto payload = BinaryImage::unsealed(image, kMagic);
+std::optional<ScanCache> ScanCache::fromImage(std::string image, const FileIdentity& of) {
+    const auto owned = std::make_shared<const std::string>(std::move(image));
+    const auto payload = BinaryImage::unsealed(*owned, kMagic);
     if (!payload) return std::nullopt;
     BinaryImage::Reader r(*payload);
     if (readIdentity(r) != of) return std::nullopt;
     ScanCache cache;
     const uint32_t entries = r.count(kEntrySize);
     cache.files.reserve(entries);
+    UsageRecord checked;
     for (uint32_t i = 0; i < entries; ++i) {
         const std::string_view path = r.text();
         Entry entry;
         entry.size = r.i64();
         entry.modified = r.f64();
         const uint32_t records = r.count(kRecordSize);
-        entry.records.reserve(records);
+        const char* start = r.rest().data();
         for (uint32_t k = 0; k < records; ++k) {
-            auto record = readRecord(r);
-            if (!record) return std::nullopt;
-            entry.records.push_back(std::move(*record));
+            checked = UsageRecord();
+            if (!readRecord(r, checked, false)) return std::nullopt;
         }
         if (r.failed() || !isExactCount(entry.size) || !std::isfinite(entry.modified))
             return std::nullopt;
+        entry.packed = PackedRecords(
+            owned, std::string_view(start, static_cast<size_t>(r.rest().data() - start)), records);
         cache.files.try_emplace(std::string(path), std::move(entry));
     }
     if (r.failed() || !r.atEnd()) return std::nullopt;
     return cache;
+}
+
+void ScanCache::PackedRecords::appendTo(std::vector<UsageRecord>& out) const {
+    BinaryImage::Reader r(m_bytes);
+    for (uint32_t k = 0; k < m_count; ++k) {
+        // Checked when the image was read, so this cannot fail; were it to, the record is
+        // left out rather than given half read.
+        if (!readRecord(r, out.emplace_back(), true)) {
+            out.pop_back();
+            return;
+        }
+    }
 }
 
 }  // namespace usagekit

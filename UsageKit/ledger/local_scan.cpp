@@ -7,9 +7,11 @@
 #include "sources/copilot.h"
 #include "sources/gemini_cli.h"
 #include "sources/grok_cli.h"
+#include "sources/log_source.h"
 #include "sources/opencode.h"
 
 #include <algorithm>
+#include <optional>
 #include <unordered_set>
 
 namespace usagekit {
@@ -27,17 +29,23 @@ void UsageLedger::scanLocal() {
 void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     // The cache is read while the sources walk their log directories and stat their logs.
     ScanCache cache = ScanCache::loadInBackground();
-    std::vector<UsageRecord> scanned;
-    std::vector<std::string> found;
-    for (const UsageSource* source : sources) {
+
+    // The sources scan side by side, the first (the largest) on this thread while another
+    // takes the rest in turn: each is mostly stats and small reads, and one after another
+    // they would leave a core idle. What each finds lands in its own slot, taken in source
+    // order, so the outcome never depends on timing.
+    std::vector<std::vector<UsageRecord>> scanned(sources.size());
+    std::vector<std::optional<std::string>> failures(sources.size());
+    onScanThreads(sources.size(), 1, [&](size_t i) {
         try {
-            std::vector<UsageRecord> records = source->scan(cache);
-            scanned.insert(scanned.end(), std::make_move_iterator(records.begin()),
-                           std::make_move_iterator(records.end()));
+            scanned[i] = sources[i]->scan(cache);
         } catch (const std::exception& error) {
-            found.push_back(source->provider().name() + ": " + error.what());
+            failures[i] = sources[i]->provider().name() + ": " + error.what();
         }
-    }
+    });
+    std::vector<std::string> found;
+    for (std::optional<std::string>& failure : failures)
+        if (failure) found.push_back(std::move(*failure));
     // Every log a source listed was asked for: what was not is gone (OpenCode reads a
     // database, not logs, so it never keeps an entry).
     cache.pruneUnvisited();
@@ -48,13 +56,13 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     for (const UsageRecord& record : own)
         if (record.session && !record.session->empty()) ownSessions.insert(*record.session);
     if (!ownSessions.empty())
-        std::erase_if(scanned, [&](const UsageRecord& r) {
-            return ownSessions.contains(r.session.value_or(std::string()));
-        });
-    scanned.insert(scanned.end(), own.begin(), own.end());
+        for (std::vector<UsageRecord>& records : scanned)
+            std::erase_if(records, [&](const UsageRecord& r) {
+                return ownSessions.contains(r.session.value_or(std::string()));
+            });
+    scanned.push_back(std::move(own));
 
-    sortNewestFirst(scanned);
-    records = std::move(scanned);
+    records = newestFirst(std::move(scanned));
     problems = std::move(found);
     lastScan = Date::now();
     // Last, so that writing the cache does not compete with the work before the records.

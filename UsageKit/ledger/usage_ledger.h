@@ -86,5 +86,8 @@ class UsageLedger {
 
 // Newest first; records with equal dates keep their order.
 void sortNewestFirst(std::vector<UsageRecord>& records);
+// The records of all `parts`, taken as if joined in order, newest first; records with equal
+// dates keep that order. Each record is moved once, straight to its place.
+std::vector<UsageRecord> newestFirst(std::vector<std::vector<UsageRecord>> parts);
 
 }  // namespace usagekit

@@ -26,25 +26,6 @@ unsigned scanThreads() {
 
 namespace {
 
-// Runs `work(i)` for every i below `count` on up to scanThreads() threads, each taking the
-// next index as it is free. `work` must touch only what belongs to its own index.
-template <class Work>
-void onAllCores(size_t count, size_t perThreadAtLeast, const Work& work) {
-    std::atomic<size_t> next{0};
-    auto drain = [&] {
-        for (size_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < count;)
-            work(i);
-    };
-    const size_t threads =
-        std::min<size_t>(scanThreads(), (count + perThreadAtLeast - 1) / perThreadAtLeast);
-    std::vector<std::thread> helpers;
-    for (size_t t = 1; t < threads; ++t)
-        helpers.emplace_back(drain);
-    drain();
-    for (std::thread& helper : helpers)
-        helper.join();
-}
-
 // The longest directory, with its trailing slash, that holds every file: "/" when absolute
 // paths share only the root, "" when relative ones share nothing or the two kinds mix.
 std::string_view commonDirectory(const std::vector<std::string>& files) {
@@ -69,7 +50,7 @@ std::vector<ScanCache::Stamp> stampsOf(const std::vector<std::string>& files) {
     const int directory =
         common.size() > 1 ? ::open(common.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC) : -1;
     const size_t skip = directory >= 0 ? common.size() : 0;
-    onAllCores(files.size(), 512, [&](size_t i) {
+    onScanThreads(files.size(), 512, [&](size_t i) {
         found[i] = ScanCache::stamp(directory >= 0 ? directory : AT_FDCWD, files[i].c_str() + skip);
     });
     if (directory >= 0) ::close(directory);
@@ -82,20 +63,20 @@ std::vector<UsageRecord> recordsOfFiles(ScanCache& cache, const std::vector<std:
                                         const ScanCache::Parse& parse) {
     const std::vector<ScanCache::Stamp> stamps = stampsOf(files);
 
-    std::vector<const ScanCache::Entry*> cached(files.size());
+    std::vector<std::optional<ScanCache::Entry>> cached(files.size());
     std::vector<size_t> misses;
     size_t count = 0;
     for (size_t i = 0; i < files.size(); ++i) {
         cached[i] = cache.hit(files[i], stamps[i]);
         if (cached[i])
-            count += cached[i]->records.size();
+            count += cached[i]->recordCount();
         else
             misses.push_back(i);
     }
 
     // Results land in each file's own slot, so the order never depends on timing.
     std::vector<std::vector<UsageRecord>> parsed(files.size());
-    onAllCores(misses.size(), 1, [&](size_t m) { parsed[misses[m]] = parse(files[misses[m]]); });
+    onScanThreads(misses.size(), 1, [&](size_t m) { parsed[misses[m]] = parse(files[misses[m]]); });
 
     for (size_t m : misses)
         count += parsed[m].size();
@@ -103,7 +84,7 @@ std::vector<UsageRecord> recordsOfFiles(ScanCache& cache, const std::vector<std:
     all.reserve(count);
     for (size_t i = 0; i < files.size(); ++i) {
         if (cached[i]) {
-            all.insert(all.end(), cached[i]->records.begin(), cached[i]->records.end());
+            cached[i]->appendRecordsTo(all);
         } else {
             all.insert(all.end(), parsed[i].begin(), parsed[i].end());
             cache.store(files[i], stamps[i], std::move(parsed[i]));

@@ -7,10 +7,14 @@
 #include "core/scan_cache.h"
 #include "core/usage_record.h"
 
+#include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <unordered_set>
 #include <vector>
 
@@ -48,5 +52,30 @@ std::vector<UsageRecord> recordsOfFiles(ScanCache& cache, const std::vector<std:
 // How many threads parse files: $TALLY_SCAN_THREADS when it is a positive number, else
 // the number of cores.
 unsigned scanThreads();
+
+// Runs `work(i)` for every i below `count` on up to scanThreads() threads (this one among
+// them), at least `perThreadAtLeast` items per thread, each thread taking the next index as
+// it is free. `work` must touch only what belongs to its own index, and must not throw.
+template <class Work>
+void onScanThreads(size_t count, size_t perThreadAtLeast, const Work& work) {
+    std::atomic<size_t> next{0};
+    auto drain = [&] {
+        for (size_t i; (i = next.fetch_add(1, std::memory_order_relaxed)) < count;)
+            work(i);
+    };
+    const size_t threads =
+        std::min<size_t>(scanThreads(), (count + perThreadAtLeast - 1) / perThreadAtLeast);
+    std::vector<std::thread> helpers;
+    for (size_t t = 1; t < threads; ++t) {
+        try {
+            helpers.emplace_back(drain);
+        } catch (const std::system_error&) {
+            break;  // no more threads to be had: the ones running take it all
+        }
+    }
+    drain();
+    for (std::thread& helper : helpers)
+        helper.join();
+}
 
 }  // namespace usagekit

@@ -105,6 +105,12 @@ TEST(DirectoryIndex, KeepsOnlySettledListingsAndNoticesWhatChanged) {
     ASSERT_TRUE(loaded->reuse("/caf\xE9", settled));
     EXPECT_EQ(loaded->reuse("/caf\xE9", settled)->entries[0].name, "caf\xE9.jsonl");
     EXPECT_FALSE(loaded->changed());
+    // Another source listing "/a" anew in the same scan leaves the listing a walk of "/a"
+    // may still be reading as it was.
+    const DirectoryIndex::Listing* walked = loaded->reuse("/a", settled);
+    loaded->listed("/a", {settled + 1, {{"other.jsonl", false}}}, now);
+    EXPECT_EQ(walked->entries[0].name, "x.jsonl");
+    EXPECT_EQ(loaded->reuse("/a", settled), walked);
 
     auto moved = DirectoryIndex::decode(first.encode());
     EXPECT_FALSE(moved->reuse("/a", settled + 1));  // its time moved: listed again

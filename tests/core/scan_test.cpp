@@ -182,7 +182,7 @@ TEST_F(ScanCacheTest, SavedCacheLoadsBackAndOtherVersionsAreDiscarded) {
     ScanCache loaded = ScanCache::load();
     ASSERT_EQ(loaded.files.size(), 1u);
     EXPECT_EQ(loaded.files.begin()->first, log.string());
-    EXPECT_EQ(loaded.files.begin()->second.records.size(), 1u);
+    EXPECT_EQ(loaded.files.begin()->second.recordCount(), 1u);
     EXPECT_EQ(loaded.version, 4);
     // Served from the loaded cache without parsing.
     loaded.records(log, counting());

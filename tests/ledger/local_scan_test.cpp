@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 namespace usagekit {
 namespace fs = std::filesystem;
 namespace {
@@ -17,13 +20,18 @@ UsageRecord rec(const Provider& provider, const std::string& session, double whe
     return r;
 }
 
-// A source that returns fixed records, or throws.
+// A source that returns fixed records, or throws, after taking its time.
 class FixedSource : public UsageSource {
   public:
-    FixedSource(Provider provider, std::vector<UsageRecord> records, const char* failure = nullptr)
-        : m_provider(std::move(provider)), m_records(std::move(records)), m_failure(failure) {}
+    FixedSource(Provider provider, std::vector<UsageRecord> records, const char* failure = nullptr,
+                std::chrono::milliseconds takes = {})
+        : m_provider(std::move(provider)),
+          m_records(std::move(records)),
+          m_failure(failure),
+          m_takes(takes) {}
     Provider provider() const override { return m_provider; }
     std::vector<UsageRecord> scan(ScanCache&) const override {
+        std::this_thread::sleep_for(m_takes);
         if (m_failure) throw std::runtime_error(m_failure);
         return m_records;
     }
@@ -32,6 +40,7 @@ class FixedSource : public UsageSource {
     Provider m_provider;
     std::vector<UsageRecord> m_records;
     const char* m_failure;
+    std::chrono::milliseconds m_takes;
 };
 
 class LocalScan : public testing::TempHome {};
@@ -64,14 +73,21 @@ TEST_F(LocalScan, TheAppLedgerSupersedesEveryLogRecordOfItsSessions) {
 
 TEST_F(LocalScan, EqualDatesKeepSourceOrderThenTheAppLedger) {
     AppLedger::append(rec(Provider::claudeCode, "own", 10));
-    FixedSource first(Provider::claudeCode, {rec(Provider::claudeCode, "x", 10)});
+    // Sources scan side by side, and whichever finishes first, records and problems come
+    // in source order.
+    const auto slowly = std::chrono::milliseconds(50);
+    FixedSource first(Provider::claudeCode, {rec(Provider::claudeCode, "x", 10)}, nullptr, slowly);
     FixedSource second(Provider::grokCLI, {rec(Provider::grokCLI, "y", 10)});
+    FixedSource third(Provider::geminiCLI, {}, "late", slowly);
+    FixedSource fourth(Provider::copilot, {}, "early");
     UsageLedger ledger(Pricing::builtIn());
-    ledger.scanLocal({&first, &second});
+    ledger.scanLocal({&first, &second, &third, &fourth});
     ASSERT_EQ(ledger.records.size(), 3u);
     EXPECT_EQ(ledger.records[0].session, "x");
     EXPECT_EQ(ledger.records[1].session, "y");
     EXPECT_EQ(ledger.records[2].session, "own");
+    EXPECT_EQ(ledger.problems,
+              (std::vector<std::string>{"Gemini CLI: late", "GitHub Copilot: early"}));
 }
 
 TEST_F(LocalScan, CacheEntriesOfVanishedLogsArePruned) {
