@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
@@ -31,21 +30,29 @@ void createDirectories(const fs::path& directory) {
 std::optional<std::string> readFile(const fs::path& path) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return std::nullopt;
+    auto readSome = [fd](char* into, size_t room) {
+        for (;;) {
+            const ssize_t n = ::read(fd, into, room);
+            if (n >= 0 || errno != EINTR) return n;
+        }
+    };
+    // Read straight into the string, sized by the file: every rescan reads megabytes of
+    // state, and a bounce buffer would copy all of it twice.
     std::string data;
     struct stat info {};
     if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0)
-        data.reserve(static_cast<size_t>(info.st_size));
+        data.resize(static_cast<size_t>(info.st_size));
+    size_t length = 0;
+    ssize_t n = 1;
+    while (length < data.size() && (n = readSome(data.data() + length, data.size() - length)) > 0)
+        length += static_cast<size_t>(n);
+    data.resize(length);
+    // The rest of a file that grew since the stat, or of one whose size it did not tell.
     char buffer[1 << 16];
-    bool ok = true;
-    for (;;) {
-        ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) ok = false;
-        if (n <= 0) break;
+    while (n > 0 && (n = readSome(buffer, sizeof buffer)) > 0)
         data.append(buffer, static_cast<size_t>(n));
-    }
     ::close(fd);
-    if (!ok) return std::nullopt;
+    if (n < 0) return std::nullopt;
     return data;
 }
 

@@ -46,8 +46,7 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     std::vector<std::string> found;
     for (std::optional<std::string>& failure : failures)
         if (failure) found.push_back(std::move(*failure));
-    // Every log a source listed was asked for: what was not is gone (OpenCode reads a
-    // database, not logs, so it never keeps an entry).
+    // Every file a source read was asked for: what was not is gone.
     cache.pruneUnvisited();
 
     // What the app itself recorded for a session supersedes what any log says of it.

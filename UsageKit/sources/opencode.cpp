@@ -64,16 +64,34 @@ std::optional<UsageRecord> OpenCodeSource::record(const JSON& row) {
     return r;
 }
 
-std::vector<UsageRecord> OpenCodeSource::scan(ScanCache&) const {
+std::vector<UsageRecord> OpenCodeSource::scan(ScanCache& cache) const {
     const auto database = TallyPaths::openCodeDatabase();
     std::error_code ec;
     if (!std::filesystem::exists(database, ec)) return {};
+    // Opening and querying the database costs more than the rest of a rescan of its
+    // source, so while neither the database nor its write-ahead log changed, the records
+    // come from the cache. The times must match to the nanosecond, not to the half second
+    // that is enough for logs: SQLite rewrites pages in place, and a log it restarts after
+    // a checkpoint keeps its size. The stamps are taken before the query, so a write during
+    // it only makes the next scan query again.
+    const std::string databasePath = database.string(), logPath = databasePath + "-wal";
+    const ScanCache::Stamp databaseNow = ScanCache::stamp(databasePath),
+                           logNow = ScanCache::stamp(logPath);
+    const auto cached = cache.hit(databasePath, databaseNow);
+    const auto cachedLog = cache.hit(logPath, logNow);
+    if (cached && cachedLog && cached->modified == databaseNow.modified &&
+        cachedLog->modified == logNow.modified)
+        return cached->allRecords();
+
     JSONDocument rows = SQLiteRead::query(database, std::string(kQuery));
     std::vector<UsageRecord> records;
     for (const JSON& row : rows.root().array())
         if (auto r = record(row)) records.push_back(std::move(*r));
     // The query already kept only messages with tokens, so nothing is dropped here.
-    return Scan::fold(records);
+    records = Scan::fold(records);
+    cache.store(databasePath, databaseNow, records);
+    cache.store(logPath, logNow, {});
+    return records;
 }
 
 }  // namespace usagekit

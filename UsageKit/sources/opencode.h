@@ -1,6 +1,7 @@
 // OpenCode's history database (~/.local/share/opencode/opencode.db) as usage records: one
 // per assistant message with tokens, folded per model, day, project and session. The
-// database is queried on every scan, read-only; the scan cache is not used.
+// database is queried read-only, and only when it or its write-ahead log changed since the
+// scan cache recorded them.
 // A query SQLite refuses (locked, damaged, no "message" table) fails the whole source with
 // SQLiteRead::Failure; a row that lacks a time or holds a count beyond 64 bits is skipped.
 #pragma once

@@ -65,7 +65,43 @@ TEST_F(OpenCodeTest, ScanReadsAssistantMessagesWithTokensFromALiveDatabase) {
                   "opencode|gpt-5|1759968000.0||ses_2 @2025-10-09T08:58:20Z session calls=1 in=0 "
                   "out=0 cr=0 cw=0 rs=10",
               }));
-    EXPECT_TRUE(cache.files.empty());
+    EXPECT_EQ(cache.files.size(), 2u);  // the database and its write-ahead log
+}
+
+TEST_F(OpenCodeTest, AnUnchangedDatabaseIsNotQueriedAgainAndEveryWriteIsSeen) {
+    const std::string row = R"(INSERT INTO message VALUES ('msg_%', 'ses_1', 0, 0,
+        '{"role":"assistant","time":{"completed":1759999000000},"modelID":"m",
+          "tokens":{"input":%,"output":1,"total":1}}');)";
+    auto insert = [&](const std::string& id) {
+        std::string sql = row;
+        for (size_t at; (at = sql.find('%')) != std::string::npos;)
+            sql.replace(at, 1, id);
+        return sql;
+    };
+    testing::SQLiteFile db(TallyPaths::openCodeDatabase(), std::string(kSchema) + insert("1"));
+    const std::string path = TallyPaths::openCodeDatabase().string();
+    auto inputs = [](const std::vector<UsageRecord>& records) {
+        return records.empty() ? int64_t{-1} : records[0].input;
+    };
+    ScanCache cache;
+    ASSERT_EQ(inputs(OpenCodeSource().scan(cache)), 1);
+
+    // Unchanged: the cached records, which the query would not give.
+    cache.files.at(path).records[0].input = 99;
+    EXPECT_EQ(inputs(OpenCodeSource().scan(cache)), 99);
+
+    // A write lands in the write-ahead log, and a checkpoint moves it into the database.
+    db.exec(insert("2"));
+    EXPECT_EQ(inputs(OpenCodeSource().scan(cache)), 3);
+    db.exec("PRAGMA wal_checkpoint(TRUNCATE);");
+    cache.files.at(path).records.clear();
+    EXPECT_EQ(inputs(OpenCodeSource().scan(cache)), 3);
+
+    // Pages rewritten in place keep the size; a time off by less than half a second, which
+    // would pass for an unchanged log, is still a change.
+    cache.files.at(path).records.clear();
+    cache.files.at(path).modified += 0.25;
+    EXPECT_EQ(inputs(OpenCodeSource().scan(cache)), 3);
 }
 
 TEST_F(OpenCodeTest, NoDatabaseIsNothingAndNoTableIsSQLitesFailure) {

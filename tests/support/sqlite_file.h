@@ -17,6 +17,10 @@ class SQLiteFile {
     SQLiteFile(const std::filesystem::path& path, const std::string& sql) {
         std::filesystem::create_directories(path.parent_path());
         EXPECT_EQ(sqlite3_open(path.c_str(), &m_db), SQLITE_OK) << path;
+        exec(sql);
+    }
+    // More statements, as the owning tool writes while it runs.
+    void exec(const std::string& sql) {
         EXPECT_EQ(sqlite3_exec(m_db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
             << sqlite3_errmsg(m_db);
     }
