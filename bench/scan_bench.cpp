@@ -2,7 +2,9 @@
 // of simply reading every log byte once, in one process run:
 //   floor   read every file from the page cache, count lines holding "usage" (one thread)
 //   cold    a scan with an empty support directory (no cache)
-//   warm    a rescan with nothing changed
+//   warm    a rescan with nothing changed, in a fresh process (as `tally --scan` makes it)
+//   in app  the same rescan in a process that has scanned before (as the desktop app makes
+//           it every few minutes): its memory is already mapped
 //   append  a rescan after one line was appended to one Claude Code log
 // Each run happens in a child process, so its peak RSS is its own; medians of --runs.
 // A scan's records are ready before its cache is on disk (the cache is written on a
@@ -81,14 +83,18 @@ struct Sample {
     double peakMB = 0;
 };
 
-// Runs `work` in a child; its wall times (measured inside) and peak RSS come back.
-template <class Work>
-Sample inChild(Work work) {
+// Runs `prepare`, then `work`, in a child; the wall times of `work` (measured inside) and
+// the child's peak RSS come back.
+template <class Work, class Prepare = void (*)()>
+Sample inChild(
+    Work work, Prepare prepare = [] {}) {
     int pipeFds[2];
     if (::pipe(pipeFds) != 0) return {};
     pid_t pid = ::fork();
     if (pid == 0) {
         ::close(pipeFds[0]);
+        prepare();
+        ScanCache::waitForSave();
         auto start = std::chrono::steady_clock::now();
         auto since = [&] {
             return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() -
@@ -133,13 +139,14 @@ Sample median(const std::vector<Sample>& samples) {
     return m;
 }
 
+// `ratioTo` and `ratioName` add the ratio of this time to another, such as the floor's.
 void report(const char* name, const Sample& s, const Corpus& corpus, size_t filesRead,
-            double floorMs) {
+            double ratioTo = 0, const char* ratioName = "") {
     const double seconds = s.ms / 1000;
     std::printf("%-8s %10.1f ms %9.0f MB/s %10.0f files/s %8.1f MB peak %9.1f ms saved", name, s.ms,
                 static_cast<double>(corpus.bytes) / (1 << 20) / seconds,
                 static_cast<double>(filesRead) / seconds, s.peakMB, s.savedMs);
-    if (floorMs > 0) std::printf("   %.2f x floor", s.ms / floorMs);
+    if (ratioTo > 0) std::printf("   %.3f x %s", s.ms / ratioTo, ratioName);
     std::printf("\n");
 }
 
@@ -177,7 +184,7 @@ int main(int argc, char** argv) {
                 runs);
     readFloor(corpus);  // warm the page cache
 
-    std::vector<Sample> floor, cold, warm, append;
+    std::vector<Sample> floor, cold, warm, inApp, append;
     for (int r = 0; r < runs; ++r)
         floor.push_back(inChild([&] { readFloor(corpus); }));
     for (int r = 0; r < runs; ++r) {
@@ -186,6 +193,8 @@ int main(int argc, char** argv) {
     }
     for (int r = 0; r < runs; ++r)
         warm.push_back(inChild(scan));
+    for (int r = 0; r < runs; ++r)
+        inApp.push_back(inChild(scan, scan));
     fs::path appended;
     for (const fs::path& file : corpus.files)
         if (file.string().find("/.claude/") != std::string::npos) {
@@ -200,11 +209,12 @@ int main(int argc, char** argv) {
         append.push_back(inChild(scan));
     }
 
-    const Sample f = median(floor);
-    report("floor", f, corpus, corpus.files.size(), 0);
-    report("cold", median(cold), corpus, corpus.files.size(), f.ms);
-    report("warm", median(warm), corpus, 0, 0);
-    report("append", median(append), corpus, 1, 0);
+    const Sample f = median(floor), c = median(cold);
+    report("floor", f, corpus, corpus.files.size());
+    report("cold", c, corpus, corpus.files.size(), f.ms, "floor");
+    report("warm", median(warm), corpus, 0, c.ms, "cold");
+    report("in app", median(inApp), corpus, 0, c.ms, "cold");
+    report("append", median(append), corpus, 1, c.ms, "cold");
     fs::remove_all(support);
     return 0;
 }
