@@ -16,6 +16,23 @@ DirectoryIndex DirectoryIndex::load() {
     return decode(*text).value_or(DirectoryIndex());
 }
 
+DirectoryIndex DirectoryIndex::loadWhenFirstUsed() {
+    DirectoryIndex index;
+    index.m_unread = file();
+    return index;
+}
+
+void DirectoryIndex::loadLocked() {
+    if (!m_unread) return;
+    auto text = Store::readFile(*m_unread);
+    m_unread.reset();
+    if (!text) return;
+    if (auto loaded = decode(*text)) {
+        m_listings = std::move(loaded->m_listings);
+        m_loadedCount = loaded->m_loadedCount;
+    }
+}
+
 void DirectoryIndex::save(const std::filesystem::path& to) const {
     if (!changed()) return;
     try {
@@ -28,6 +45,7 @@ void DirectoryIndex::save(const std::filesystem::path& to) const {
 const DirectoryIndex::Listing* DirectoryIndex::reuse(const std::string& path, int64_t changed) {
     // A settled directory walked twice in one scan (for two name suffixes) is listed once.
     std::lock_guard lock(m_mutex);
+    loadLocked();
     auto it = m_listings.find(path);
     if (it == m_listings.end() || it->second.listing.changed != changed) return nullptr;
     Slot& slot = it->second;
@@ -38,6 +56,7 @@ const DirectoryIndex::Listing* DirectoryIndex::reuse(const std::string& path, in
 void DirectoryIndex::listed(const std::string& path, Listing listing, int64_t now) {
     if (listing.changed <= 0 || listing.changed >= now - kSettledNanoseconds) return;
     std::lock_guard lock(m_mutex);
+    loadLocked();
     Slot& slot = m_listings[path];
     if (slot.kept) return;
     slot.listing = std::move(listing);
@@ -52,6 +71,8 @@ void DirectoryIndex::keep(Slot& slot) {
 }
 
 bool DirectoryIndex::changed() const {
+    // An index no walk asked for is still the file it would have been read from.
+    if (m_unread) return false;
     return m_listedAnew || m_keptCount != m_loadedCount;
 }
 

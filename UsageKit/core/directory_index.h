@@ -44,6 +44,9 @@ class DirectoryIndex {
     static std::filesystem::path file();
     // The saved index; an empty one when missing, unreadable or of another version.
     static DirectoryIndex load();
+    // The same, read by the first walk to need it: a scan starts its sources without
+    // waiting for the read, and the first to ask reads it while the others wait.
+    static DirectoryIndex loadWhenFirstUsed();
     // Writes what this scan kept when it differs from what was loaded; failures are ignored.
     void save(const std::filesystem::path& to = file()) const;
 
@@ -75,7 +78,10 @@ class DirectoryIndex {
     // listing only flags them.
     std::unordered_map<std::string, Slot> m_listings;
     void keep(Slot& slot);
+    // Reads the index file here unless this index is loaded already; with m_mutex held.
+    void loadLocked();
     MovableMutex m_mutex;  // guards the map and the counts while the walks run
+    std::optional<std::filesystem::path> m_unread;  // the file loadWhenFirstUsed() defers
     size_t m_loadedCount = 0;
     size_t m_keptCount = 0;
     bool m_listedAnew = false;

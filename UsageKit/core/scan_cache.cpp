@@ -104,7 +104,7 @@ ScanCache ScanCache::loadInBackground() {
     } catch (const std::system_error&) {
         return load();  // no thread to be had: read it here and now
     }
-    cache.directories = DirectoryIndex::load();
+    cache.directories = DirectoryIndex::loadWhenFirstUsed();
     return cache;
 }
 

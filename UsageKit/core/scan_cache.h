@@ -99,8 +99,8 @@ struct ScanCache {
     // Waits for a background save still being written, so a scan never reads an older file.
     static ScanCache load();
     // The same, read on a background thread while the caller walks the log directories
-    // (only the directory index, which the walks need, is read at once). The members that
-    // need `files` wait for the read; anything else touching `files` calls settle() first.
+    // (the directory index is read by the first walk to need it). The members that need
+    // `files` wait for the read; anything else touching `files` calls settle() first.
     static ScanCache loadInBackground();
     void settle();
     // Writes the cache when it changed; failures are ignored.

@@ -117,6 +117,26 @@ TEST(DirectoryIndex, KeepsOnlySettledListingsAndNoticesWhatChanged) {
     EXPECT_TRUE(moved->changed());                  // and the old listing is gone
 }
 
+TEST_F(DirectoryIndexWalk, ADeferredIndexIsReadByItsFirstUseAndUnusedWritesNothing) {
+    const int64_t settled = 1'000'000'000;
+    DirectoryIndex first;
+    first.listed("/a", {settled, {{"x.jsonl", false}}},
+                 2 * settled + DirectoryIndex::kSettledNanoseconds);
+    first.save();
+    const std::string saved = testing::readText(DirectoryIndex::file());
+
+    // A scan whose walks never asked (no log directory at all) leaves the file as it was.
+    DirectoryIndex unused = DirectoryIndex::loadWhenFirstUsed();
+    EXPECT_FALSE(unused.changed());
+    unused.save();
+    EXPECT_EQ(testing::readText(DirectoryIndex::file()), saved);
+
+    DirectoryIndex used = DirectoryIndex::loadWhenFirstUsed();
+    ASSERT_TRUE(used.reuse("/a", settled));
+    EXPECT_EQ(used.reuse("/a", settled)->entries[0].name, "x.jsonl");
+    EXPECT_FALSE(used.changed());
+}
+
 TEST(DirectoryIndex, ADamagedOrForeignFileReadsAsAnEmptyIndex) {
     DirectoryIndex index;
     index.listed("/a \"q\"", {5, {{"x.jsonl", false}, {"sub", true}}},
