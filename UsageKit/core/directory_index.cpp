@@ -71,8 +71,7 @@ void DirectoryIndex::keep(Slot& slot) {
 }
 
 bool DirectoryIndex::changed() const {
-    // An index no walk asked for is still the file it would have been read from.
-    if (m_unread) return false;
+    // An index no walk asked for was never read: nothing kept of nothing loaded, unchanged.
     return m_listedAnew || m_keptCount != m_loadedCount;
 }
 

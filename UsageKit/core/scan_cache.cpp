@@ -182,17 +182,18 @@ ScanCache::Stamp ScanCache::stamp(int directory, const char* path) {
         static_cast<double>(info.st_mtim.tv_sec) + static_cast<double>(info.st_mtim.tv_nsec) / 1e9};
 }
 
-std::optional<ScanCache::Entry> ScanCache::hit(const std::string& path, const Stamp& current) {
+std::optional<ScanCache::Entry> ScanCache::hit(const std::string& path, const Stamp& current,
+                                               Times match) {
     std::lock_guard lock(m_mutex);
     settleLocked();
     auto it = files.find(path);
     if (it == files.end()) return std::nullopt;
     Entry& entry = it->second;
     entry.visited = true;
-    // The size must match exactly; the time only to within half a second, because some
-    // file systems and copies keep coarser times than others.
-    if (entry.size != current.size || !(std::fabs(entry.modified - current.modified) < 0.5))
-        return std::nullopt;
+    const bool sameTime = match == Times::exactly
+                              ? entry.modified == current.modified
+                              : std::fabs(entry.modified - current.modified) < 0.5;
+    if (entry.size != current.size || !sameTime) return std::nullopt;
     return entry;
 }
 

@@ -118,7 +118,13 @@ struct ScanCache {
     // next to nothing). Either way the path counts as visited: a miss is always followed by
     // store(). Sources scan at the same time, so hit() and store() may be called from
     // several threads at once; what hit() returns is the caller's own.
-    std::optional<Entry> hit(const std::string& path, const Stamp& current);
+    //
+    // A log's time need only match to within half a second, because some file systems and
+    // copies keep coarser times than others; a file rewritten in place at the same size,
+    // such as a database, must match `exactly`.
+    enum class Times { withinHalfSecond, exactly };
+    std::optional<Entry> hit(const std::string& path, const Stamp& current,
+                             Times match = Times::withinHalfSecond);
     void store(const std::string& path, const Stamp& current, std::vector<UsageRecord> records);
 
     // The file's records, from the cache or by calling `parse(path)`.

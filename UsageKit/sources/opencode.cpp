@@ -70,18 +70,15 @@ std::vector<UsageRecord> OpenCodeSource::scan(ScanCache& cache) const {
     if (!std::filesystem::exists(database, ec)) return {};
     // Opening and querying the database costs more than the rest of a rescan of its
     // source, so while neither the database nor its write-ahead log changed, the records
-    // come from the cache. The times must match to the nanosecond, not to the half second
-    // that is enough for logs: SQLite rewrites pages in place, and a log it restarts after
-    // a checkpoint keeps its size. The stamps are taken before the query, so a write during
-    // it only makes the next scan query again.
+    // come from the cache. Their times must match exactly: SQLite rewrites pages in place,
+    // and a log it restarts after a checkpoint keeps its size. The stamps are taken before
+    // the query, so a write during it only makes the next scan query again.
     const std::string databasePath = database.string(), logPath = databasePath + "-wal";
     const ScanCache::Stamp databaseNow = ScanCache::stamp(databasePath),
                            logNow = ScanCache::stamp(logPath);
-    const auto cached = cache.hit(databasePath, databaseNow);
-    const auto cachedLog = cache.hit(logPath, logNow);
-    if (cached && cachedLog && cached->modified == databaseNow.modified &&
-        cachedLog->modified == logNow.modified)
-        return cached->allRecords();
+    const auto cached = cache.hit(databasePath, databaseNow, ScanCache::Times::exactly);
+    const auto cachedLog = cache.hit(logPath, logNow, ScanCache::Times::exactly);
+    if (cached && cachedLog) return cached->allRecords();
 
     JSONDocument rows = SQLiteRead::query(database, std::string(kQuery));
     std::vector<UsageRecord> records;
