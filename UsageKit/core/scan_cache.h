@@ -50,6 +50,11 @@ struct ScanCache {
         uint32_t count() const { return m_count; }
         std::string_view bytes() const { return m_bytes; }
         void appendTo(std::vector<UsageRecord>& out) const;
+        // Calls `each(date, bytes)` for every record in order, with the bytes that hold it
+        // for unpack(): records can be sorted by date before any is built.
+        void forEach(const std::function<void(double date, std::string_view bytes)>& each) const;
+        // Builds the record whose bytes forEach() gave, into `into`.
+        static void unpack(std::string_view bytes, UsageRecord& into);
 
       private:
         std::shared_ptr<const std::string> m_image;

@@ -195,16 +195,29 @@ std::optional<ScanCache> ScanCache::fromImage(std::string image, const FileIdent
     return cache;
 }
 
-void ScanCache::PackedRecords::appendTo(std::vector<UsageRecord>& out) const {
+void ScanCache::PackedRecords::forEach(
+    const std::function<void(double date, std::string_view bytes)>& each) const {
     BinaryImage::Reader r(m_bytes);
+    UsageRecord skipped;
     for (uint32_t k = 0; k < m_count; ++k) {
-        // Checked when the image was read, so this cannot fail; were it to, the record is
-        // left out rather than given half read.
-        if (!readRecord(r, out.emplace_back(), true)) {
-            out.pop_back();
-            return;
-        }
+        const char* start = r.rest().data();
+        // Texts are only stepped over, so of the record before only its cost could linger.
+        skipped.reportedCostUSD.reset();
+        // Checked when the image was read, so this cannot fail; were it to, the records
+        // from there on are left out rather than given half read.
+        if (!readRecord(r, skipped, false)) return;
+        each(skipped.date.secondsSince1970,
+             std::string_view(start, static_cast<size_t>(r.rest().data() - start)));
     }
+}
+
+void ScanCache::PackedRecords::unpack(std::string_view bytes, UsageRecord& into) {
+    BinaryImage::Reader r(bytes);
+    readRecord(r, into, true);
+}
+
+void ScanCache::PackedRecords::appendTo(std::vector<UsageRecord>& out) const {
+    forEach([&](double, std::string_view bytes) { unpack(bytes, out.emplace_back()); });
 }
 
 }  // namespace usagekit

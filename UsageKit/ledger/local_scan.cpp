@@ -34,7 +34,7 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     // takes the rest in turn: each is mostly stats and small reads, and one after another
     // they would leave a core idle. What each finds lands in its own slot, taken in source
     // order, so the outcome never depends on timing.
-    std::vector<std::vector<UsageRecord>> scanned(sources.size());
+    std::vector<FoundRecords> scanned(sources.size());
     std::vector<std::optional<std::string>> failures(sources.size());
     onScanThreads(sources.size(), 1, [&](size_t i) {
         try {
@@ -55,11 +55,11 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     for (const UsageRecord& record : own)
         if (record.session && !record.session->empty()) ownSessions.insert(*record.session);
     if (!ownSessions.empty())
-        for (std::vector<UsageRecord>& records : scanned)
-            std::erase_if(records, [&](const UsageRecord& r) {
+        for (FoundRecords& records : scanned)
+            records.eraseIf([&](const UsageRecord& r) {
                 return ownSessions.contains(r.session.value_or(std::string()));
             });
-    scanned.push_back(std::move(own));
+    scanned.emplace_back(std::move(own));
 
     records = newestFirst(std::move(scanned));
     problems = std::move(found);

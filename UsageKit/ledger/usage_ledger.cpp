@@ -1,41 +1,79 @@
 #include "ledger/usage_ledger.h"
 
+#include "sources/log_source.h"
+
 #include <algorithm>
 #include <cstdint>
+#include <system_error>
+#include <thread>
 
 namespace usagekit {
 
 UsageLedger::UsageLedger() : pricing(Pricing::load()) {}
 
 void sortNewestFirst(std::vector<UsageRecord>& records) {
-    std::vector<std::vector<UsageRecord>> parts;
-    parts.push_back(std::move(records));
+    std::vector<FoundRecords> parts;
+    parts.emplace_back(std::move(records));
     records = newestFirst(std::move(parts));
 }
 
-std::vector<UsageRecord> newestFirst(std::vector<std::vector<UsageRecord>> parts) {
-    // Sorting compact places and moving each record once beats moving records about while
-    // sorting: a record is a dozen fields, four of them strings, and thousands of them lie
-    // far apart in memory.
+std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
+    // Sorting compact places and then filling each record's slot once beats moving records
+    // about while sorting: a record is a dozen fields, four of them strings, and thousands
+    // of them lie far apart in memory. A packed record is read for its date alone here.
     struct Place {
         double date;
-        uint32_t part;
-        uint32_t index;  // no machine holds four billion records
+        UsageRecord* parsed;  // or, when null, the record is `packed`
+        std::string_view packed;
     };
     size_t count = 0;
-    for (const std::vector<UsageRecord>& part : parts)
+    for (const FoundRecords& part : parts)
         count += part.size();
+    // Making the slots of a big ledger writes a fresh megabyte or so, page by page: a helper
+    // does that while this thread finds and sorts the places. Should it fail, this thread
+    // tries again, and throws what it must.
+    std::vector<UsageRecord> sorted;
+    std::jthread slots;
+    if (count >= 1024) {
+        try {
+            slots = std::jthread([&] {
+                try {
+                    sorted.resize(count);
+                } catch (const std::exception&) {
+                }
+            });
+        } catch (const std::system_error&) {
+        }
+    }
     std::vector<Place> order;
     order.reserve(count);
-    for (uint32_t p = 0; p < parts.size(); ++p)
-        for (uint32_t i = 0; i < parts[p].size(); ++i)
-            order.push_back({parts[p][i].date.secondsSince1970, p, i});
+    for (FoundRecords& part : parts)
+        for (FoundRecords::Run& run : part.runs) {
+            for (UsageRecord& record : run.parsed)
+                order.push_back({record.date.secondsSince1970, &record, {}});
+            run.packed.forEach([&](double date, std::string_view bytes) {
+                order.push_back({date, nullptr, bytes});
+            });
+        }
     std::stable_sort(order.begin(), order.end(),
                      [](const Place& a, const Place& b) { return a.date > b.date; });
-    std::vector<UsageRecord> sorted;
-    sorted.reserve(count);
-    for (const Place& place : order)
-        sorted.push_back(std::move(parts[place.part][place.index]));
+
+    // Unpacking builds every string of every cached record, so both cores share it, each
+    // filling whole blocks of slots: neighbouring slots written by two threads would share
+    // cache lines.
+    if (slots.joinable()) slots.join();
+    sorted.resize(count);
+    constexpr size_t kBlock = 256;
+    onScanThreads((order.size() + kBlock - 1) / kBlock, 2, [&](size_t block) {
+        const size_t end = std::min(order.size(), (block + 1) * kBlock);
+        for (size_t i = block * kBlock; i < end; ++i) {
+            if (order[i].parsed)
+                sorted[i] = std::move(*order[i].parsed);
+            else
+                ScanCache::PackedRecords::unpack(order[i].packed, sorted[i]);
+        }
+    });
+    sorted.resize(order.size());  // were a packed record unreadable, it has no place
     return sorted;
 }
 

@@ -87,7 +87,7 @@ class UsageLedger {
 // Newest first; records with equal dates keep their order.
 void sortNewestFirst(std::vector<UsageRecord>& records);
 // The records of all `parts`, taken as if joined in order, newest first; records with equal
-// dates keep that order. Each record is moved once, straight to its place.
-std::vector<UsageRecord> newestFirst(std::vector<std::vector<UsageRecord>> parts);
+// dates keep that order. Each record is moved or unpacked once, straight to its place.
+std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts);
 
 }  // namespace usagekit

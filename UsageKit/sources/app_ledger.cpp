@@ -22,7 +22,7 @@ void AppLedger::append(const UsageRecord& record) {
     Store::saveQuietly(records, file());
 }
 
-std::vector<UsageRecord> AppLedger::scan(ScanCache&) const {
+FoundRecords AppLedger::scan(ScanCache&) const {
     return all();
 }
 

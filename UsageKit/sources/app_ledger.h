@@ -20,7 +20,7 @@ class AppLedger : public UsageSource {
 
     // Only to be a UsageSource; the records keep the providers they were stored with.
     Provider provider() const override { return Provider::claudeCode; }
-    std::vector<UsageRecord> scan(ScanCache& cache) const override;
+    FoundRecords scan(ScanCache& cache) const override;
 
     static std::filesystem::path file();
     static void append(const UsageRecord& record);

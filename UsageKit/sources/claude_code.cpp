@@ -362,7 +362,7 @@ class LogParser {
 
 }  // namespace
 
-std::vector<UsageRecord> ClaudeCodeSource::scan(ScanCache& cache) const {
+FoundRecords ClaudeCodeSource::scan(ScanCache& cache) const {
     return recordsOfFiles(cache,
                           Scan::files(TallyPaths::claudeProjects(), ".jsonl", &cache.directories),
                           [](const std::filesystem::path& file) { return parse(file); });

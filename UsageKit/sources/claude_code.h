@@ -16,7 +16,7 @@ namespace usagekit {
 class ClaudeCodeSource : public UsageSource {
   public:
     Provider provider() const override { return Provider::claudeCode; }
-    std::vector<UsageRecord> scan(ScanCache& cache) const override;
+    FoundRecords scan(ScanCache& cache) const override;
 
     // One log file, streamed line by line; never held whole in memory.
     static std::vector<UsageRecord> parse(const std::filesystem::path& file);

@@ -267,7 +267,7 @@ std::vector<std::string> CodexCLISource::files(DirectoryIndex* index) {
     return found;
 }
 
-std::vector<UsageRecord> CodexCLISource::scan(ScanCache& cache) const {
+FoundRecords CodexCLISource::scan(ScanCache& cache) const {
     return recordsOfFiles(cache, files(&cache.directories),
                           [](const std::filesystem::path& file) { return parse(file); });
 }

@@ -48,7 +48,7 @@ class CodexCLISource : public UsageSource {
     static Markers markers(std::string_view line, bool anyWillDo);
 
     Provider provider() const override { return Provider::codexCLI; }
-    std::vector<UsageRecord> scan(ScanCache& cache) const override;
+    FoundRecords scan(ScanCache& cache) const override;
 
     // Files named "rollout-*" ending in ".jsonl": the live sessions, then the archived.
     static std::vector<std::string> files(DirectoryIndex* index = nullptr);

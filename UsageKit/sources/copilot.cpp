@@ -113,7 +113,7 @@ std::vector<UsageRecord> CopilotSource::parseFile(const fs::path& file) {
     return parser.finish();
 }
 
-std::vector<UsageRecord> CopilotSource::scan(ScanCache& cache) const {
+FoundRecords CopilotSource::scan(ScanCache& cache) const {
     return recordsOfFiles(cache, files(&cache.directories), parseFile);
 }
 

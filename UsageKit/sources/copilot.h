@@ -17,7 +17,7 @@ namespace usagekit {
 class CopilotSource : public UsageSource {
   public:
     Provider provider() const override { return Provider::copilot; }
-    std::vector<UsageRecord> scan(ScanCache& cache) const override;
+    FoundRecords scan(ScanCache& cache) const override;
 
     static std::vector<std::filesystem::path> roots();
     // Under each root in turn: every ".jsonl" file, then every ".json" file.

@@ -248,7 +248,7 @@ std::vector<std::string> GeminiCLISource::files(DirectoryIndex* index) {
     return found;
 }
 
-std::vector<UsageRecord> GeminiCLISource::scan(ScanCache& cache) const {
+FoundRecords GeminiCLISource::scan(ScanCache& cache) const {
     return recordsOfFiles(cache, files(&cache.directories), parseFile);
 }
 

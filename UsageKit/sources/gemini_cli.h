@@ -28,7 +28,7 @@ class GeminiCLISource : public UsageSource {
     };
 
     Provider provider() const override { return Provider::geminiCLI; }
-    std::vector<UsageRecord> scan(ScanCache& cache) const override;
+    FoundRecords scan(ScanCache& cache) const override;
 
     // The chat files below "tmp" of every Gemini home: ".jsonl" ones first, then ".json".
     static std::vector<std::string> files(DirectoryIndex* index = nullptr);

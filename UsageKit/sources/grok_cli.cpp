@@ -82,7 +82,7 @@ class LogParser {
 
 }  // namespace
 
-std::vector<UsageRecord> GrokCLISource::scan(ScanCache& cache) const {
+FoundRecords GrokCLISource::scan(ScanCache& cache) const {
     return recordsOfFiles(
         cache, Scan::files(TallyPaths::grokSessions(), "updates.jsonl", &cache.directories),
         [](const std::filesystem::path& file) { return parse(file); });

@@ -15,7 +15,7 @@ namespace usagekit {
 class GrokCLISource : public UsageSource {
   public:
     Provider provider() const override { return Provider::grokCLI; }
-    std::vector<UsageRecord> scan(ScanCache& cache) const override;
+    FoundRecords scan(ScanCache& cache) const override;
 
     // One update stream, streamed line by line. The session is the name of the file's
     // directory, the project the name of that directory's parent, percent-decoded.

@@ -59,38 +59,25 @@ std::vector<ScanCache::Stamp> stampsOf(const std::vector<std::string>& files) {
 
 }  // namespace
 
-std::vector<UsageRecord> recordsOfFiles(ScanCache& cache, const std::vector<std::string>& files,
-                                        const ScanCache::Parse& parse) {
+FoundRecords recordsOfFiles(ScanCache& cache, const std::vector<std::string>& files,
+                            const ScanCache::Parse& parse) {
     const std::vector<ScanCache::Stamp> stamps = stampsOf(files);
 
-    std::vector<std::optional<ScanCache::Entry>> cached(files.size());
+    // Each file's records land in its own run, so the order never depends on timing.
+    FoundRecords found;
+    found.runs.resize(files.size());
     std::vector<size_t> misses;
-    size_t count = 0;
     for (size_t i = 0; i < files.size(); ++i) {
-        cached[i] = cache.hit(files[i], stamps[i]);
-        if (cached[i])
-            count += cached[i]->recordCount();
+        if (std::optional<ScanCache::Entry> entry = cache.hit(files[i], stamps[i]))
+            found.runs[i] = {std::move(entry->records), std::move(entry->packed)};
         else
             misses.push_back(i);
     }
-
-    // Results land in each file's own slot, so the order never depends on timing.
-    std::vector<std::vector<UsageRecord>> parsed(files.size());
-    onScanThreads(misses.size(), 1, [&](size_t m) { parsed[misses[m]] = parse(files[misses[m]]); });
-
-    for (size_t m : misses)
-        count += parsed[m].size();
-    std::vector<UsageRecord> all;
-    all.reserve(count);
-    for (size_t i = 0; i < files.size(); ++i) {
-        if (cached[i]) {
-            cached[i]->appendRecordsTo(all);
-        } else {
-            all.insert(all.end(), parsed[i].begin(), parsed[i].end());
-            cache.store(files[i], stamps[i], std::move(parsed[i]));
-        }
-    }
-    return all;
+    onScanThreads(misses.size(), 1,
+                  [&](size_t m) { found.runs[misses[m]].parsed = parse(files[misses[m]]); });
+    for (size_t i : misses)
+        cache.store(files[i], stamps[i], found.runs[i].parsed);
+    return found;
 }
 
 }  // namespace usagekit

@@ -4,6 +4,7 @@
 // several threads at once.
 #pragma once
 
+#include "core/found_records.h"
 #include "core/scan_cache.h"
 #include "core/usage_record.h"
 
@@ -46,8 +47,8 @@ class SeenKeys {
 // $TALLY_SCAN_THREADS threads), and their records gathered in file order, so the result
 // never depends on timing. `parse` must therefore keep no shared mutable state. Throws only
 // what the cache throws.
-std::vector<UsageRecord> recordsOfFiles(ScanCache& cache, const std::vector<std::string>& files,
-                                        const ScanCache::Parse& parse);
+FoundRecords recordsOfFiles(ScanCache& cache, const std::vector<std::string>& files,
+                            const ScanCache::Parse& parse);
 
 // How many threads parse files: $TALLY_SCAN_THREADS when it is a positive number, else
 // the number of cores.

@@ -64,7 +64,7 @@ std::optional<UsageRecord> OpenCodeSource::record(const JSON& row) {
     return r;
 }
 
-std::vector<UsageRecord> OpenCodeSource::scan(ScanCache& cache) const {
+FoundRecords OpenCodeSource::scan(ScanCache& cache) const {
     const auto database = TallyPaths::openCodeDatabase();
     std::error_code ec;
     if (!std::filesystem::exists(database, ec)) return {};
@@ -76,9 +76,13 @@ std::vector<UsageRecord> OpenCodeSource::scan(ScanCache& cache) const {
     const std::string databasePath = database.string(), logPath = databasePath + "-wal";
     const ScanCache::Stamp databaseNow = ScanCache::stamp(databasePath),
                            logNow = ScanCache::stamp(logPath);
-    const auto cached = cache.hit(databasePath, databaseNow, ScanCache::Times::exactly);
+    auto cached = cache.hit(databasePath, databaseNow, ScanCache::Times::exactly);
     const auto cachedLog = cache.hit(logPath, logNow, ScanCache::Times::exactly);
-    if (cached && cachedLog) return cached->allRecords();
+    if (cached && cachedLog) {
+        FoundRecords found;
+        found.add(std::move(*cached));
+        return found;
+    }
 
     JSONDocument rows = SQLiteRead::query(database, std::string(kQuery));
     std::vector<UsageRecord> records;

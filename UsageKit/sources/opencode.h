@@ -21,7 +21,7 @@ class OpenCodeSource : public UsageSource {
     static const std::string_view kQuery;
 
     Provider provider() const override { return Provider::openCode; }
-    std::vector<UsageRecord> scan(ScanCache& cache) const override;
+    FoundRecords scan(ScanCache& cache) const override;
 
     // One row of kQuery's result; none without a time after 1970 or with a bad count.
     static std::optional<UsageRecord> record(const JSON& row);

@@ -30,7 +30,7 @@ class FixedSource : public UsageSource {
           m_failure(failure),
           m_takes(takes) {}
     Provider provider() const override { return m_provider; }
-    std::vector<UsageRecord> scan(ScanCache&) const override {
+    FoundRecords scan(ScanCache&) const override {
         std::this_thread::sleep_for(m_takes);
         if (m_failure) throw std::runtime_error(m_failure);
         return m_records;

@@ -35,7 +35,7 @@ TEST_F(AppLedgerTest, AppendsKeepOrderAndEachRecordsProviderAndReadingCreatesNot
     auto records = AppLedger::all();
     EXPECT_EQ(records, (std::vector<UsageRecord>{numbered(1, Provider::openAI), numbered(2)}));
     ScanCache cache;
-    EXPECT_EQ(AppLedger().scan(cache), records);
+    EXPECT_EQ(AppLedger().scan(cache).all(), records);
     EXPECT_TRUE(cache.files.empty());
     EXPECT_EQ(AppLedger().provider(), Provider::claudeCode);
 }

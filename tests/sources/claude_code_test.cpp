@@ -26,7 +26,7 @@ TEST_F(ClaudeCodeSourceTest, ScanCountsEachRequestOnceAndSubagentLogsApart) {
     // Request A's later blocks say output 480: the first line's 120 is what counts. The
     // all-zero synthetic error reply makes no record.
     const std::string context = "/home/ana/src/app|" + kSession;
-    EXPECT_EQ(describe(ClaudeCodeSource().scan(cache)),
+    EXPECT_EQ(describe(ClaudeCodeSource().scan(cache).all()),
               (Lines{
                   "claude-code|claude-haiku-4-5" + kDay + context +
                       " @2026-03-02T10:20:05Z subagent calls=2 in=16 out=85 cr=3000 cw=3100 rs=0",

@@ -49,7 +49,7 @@ TEST_F(CodexCLISourceTest, ScanReadsRolloutLogsOfSessionsThenArchive) {
     // May 2 holds the first new totals as they stand plus the next difference. The
     // archived log counts its usage records alone, the repeated response id once.
     EXPECT_EQ(
-        describe(CodexCLISource().scan(cache)),
+        describe(CodexCLISource().scan(cache).all()),
         (Lines{
             key(1, "/w/app", kSub, "gpt-5-codex-mini") +
                 " @2026-05-01T09:02:03Z subagent calls=1 in=2000 out=300 cr=6000 cw=0 rs=120",

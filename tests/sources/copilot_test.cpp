@@ -49,7 +49,7 @@ TEST_F(CopilotTest, ScanReadsBothRootsAndNamesSessionsAfterFiles) {
                             ".config/github-copilot/c.jsonl"}));
 
     ScanCache cache;
-    auto records = CopilotSource().scan(cache);
+    auto records = CopilotSource().scan(cache).all();
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].session, "4d2c9e");
     EXPECT_EQ(cache.files.size(), 3u);

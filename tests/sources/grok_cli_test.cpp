@@ -21,7 +21,7 @@ TEST_F(GrokCLISourceTest, ScanMakesOneRecordPerModelOfEachCompletedTurn) {
     copyFixture("grok/odd_timestamps.jsonl", ".grok/sessions/p/s/messages.jsonl");
     copyFixture("grok/odd_timestamps.jsonl", ".grok/sessions/p/s/updates.jsonl.bak");
     ScanCache cache;
-    EXPECT_EQ(describe(GrokCLISource().scan(cache)),
+    EXPECT_EQ(describe(GrokCLISource().scan(cache).all()),
               (std::vector<std::string>{
                   // Of a turn whose grok-4 entry holds 1e300 only that entry drops; junk and
                   // a cut-off last line drop too.

@@ -14,9 +14,12 @@ class RecordsOfFiles : public testing::TempHome {
     // One record per file, named after it, so a test sees which files were parsed.
     std::vector<UsageRecord> read(ScanCache& cache, const std::vector<fs::path>& files) {
         const std::vector<std::string> paths(files.begin(), files.end());
-        return recordsOfFiles(cache, paths, [](const fs::path& file) {
-            return std::vector<UsageRecord>{testing::record(Provider::claudeCode, file.string())};
-        });
+        return recordsOfFiles(cache, paths,
+                              [](const fs::path& file) {
+                                  return std::vector<UsageRecord>{
+                                      testing::record(Provider::claudeCode, file.string())};
+                              })
+            .all();
     }
 };
 

@@ -57,7 +57,7 @@ TEST_F(OpenCodeTest, ScanReadsAssistantMessagesWithTokensFromALiveDatabase) {
     // Out: a user's message, a reply with total 0, one still being written (no completion
     // time) and one of 1e300 tokens. In: a reply of reasoning tokens only, no path.
     ScanCache cache;
-    EXPECT_EQ(describe(OpenCodeSource().scan(cache)),
+    EXPECT_EQ(describe(OpenCodeSource().scan(cache).all()),
               (std::vector<std::string>{
                   "opencode|anthropic/claude-sonnet-4-6|1759968000.0|/w/app|ses_1 "
                   "@2025-10-09T08:55:00Z session calls=2 in=1600 out=400 cr=13800 cw=100 rs=0 "
@@ -84,24 +84,24 @@ TEST_F(OpenCodeTest, AnUnchangedDatabaseIsNotQueriedAgainAndEveryWriteIsSeen) {
         return records.empty() ? int64_t{-1} : records[0].input;
     };
     ScanCache cache;
-    ASSERT_EQ(inputs(OpenCodeSource().scan(cache)), 1);
+    ASSERT_EQ(inputs(OpenCodeSource().scan(cache).all()), 1);
 
     // Unchanged: the cached records, which the query would not give.
     cache.files.at(path).records[0].input = 99;
-    EXPECT_EQ(inputs(OpenCodeSource().scan(cache)), 99);
+    EXPECT_EQ(inputs(OpenCodeSource().scan(cache).all()), 99);
 
     // A write lands in the write-ahead log, and a checkpoint moves it into the database.
     db.exec(insert("2"));
-    EXPECT_EQ(inputs(OpenCodeSource().scan(cache)), 3);
+    EXPECT_EQ(inputs(OpenCodeSource().scan(cache).all()), 3);
     db.exec("PRAGMA wal_checkpoint(TRUNCATE);");
     cache.files.at(path).records.clear();
-    EXPECT_EQ(inputs(OpenCodeSource().scan(cache)), 3);
+    EXPECT_EQ(inputs(OpenCodeSource().scan(cache).all()), 3);
 
     // Pages rewritten in place keep the size; a time off by less than half a second, which
     // would pass for an unchanged log, is still a change.
     cache.files.at(path).records.clear();
     cache.files.at(path).modified += 0.25;
-    EXPECT_EQ(inputs(OpenCodeSource().scan(cache)), 3);
+    EXPECT_EQ(inputs(OpenCodeSource().scan(cache).all()), 3);
 }
 
 TEST_F(OpenCodeTest, NoDatabaseIsNothingAndNoTableIsSQLitesFailure) {

@@ -1,0 +1,40 @@
+// What a source found, in order: records it parsed, and the records of logs that had not
+// changed, still packed in the scan cache's image. The ledger unpacks packed records straight
+// into their places among everyone's records (newestFirst), so a rescan of unchanged logs
+// builds each record once, where it stays, instead of into a source's list and again into
+// the sorted one.
+#pragma once
+
+#include "core/scan_cache.h"
+#include "core/usage_record.h"
+
+#include <functional>
+#include <vector>
+
+namespace usagekit {
+
+struct FoundRecords {
+    // One file's records, or a run of parsed ones: `parsed`, then `packed`.
+    struct Run {
+        std::vector<UsageRecord> parsed;
+        ScanCache::PackedRecords packed;
+    };
+    std::vector<Run> runs;
+
+    FoundRecords() = default;
+    // A source that parses everything it reads simply returns its records.
+    FoundRecords(std::vector<UsageRecord> records);  // NOLINT(google-explicit-constructor)
+
+    void add(std::vector<UsageRecord> records);
+    // A cache entry's records, packed or not.
+    void add(ScanCache::Entry entry);
+
+    size_t size() const;
+    bool empty() const { return size() == 0; }
+    // Every record, in order, unpacked.
+    std::vector<UsageRecord> all() &&;
+    // Leaves out the records `leaveOut` holds true for; the rest are unpacked first.
+    void eraseIf(const std::function<bool(const UsageRecord&)>& leaveOut);
+};
+
+}  // namespace usagekit
