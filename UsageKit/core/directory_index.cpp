@@ -13,7 +13,7 @@ std::filesystem::path DirectoryIndex::file() {
 DirectoryIndex DirectoryIndex::load() {
     auto text = Store::readFile(file());
     if (!text) return DirectoryIndex();
-    return decode(*text).value_or(DirectoryIndex());
+    return decode(std::move(*text)).value_or(DirectoryIndex());
 }
 
 DirectoryIndex DirectoryIndex::loadWhenFirstUsed() {
@@ -27,8 +27,9 @@ void DirectoryIndex::loadLocked() {
     auto text = Store::readFile(*m_unread);
     m_unread.reset();
     if (!text) return;
-    if (auto loaded = decode(*text)) {
+    if (auto loaded = decode(std::move(*text))) {
         m_listings = std::move(loaded->m_listings);
+        m_image = std::move(loaded->m_image);
         m_loadedCount = loaded->m_loadedCount;
     }
 }
@@ -57,7 +58,9 @@ void DirectoryIndex::listed(const std::string& path, Listing listing, int64_t no
     if (listing.changed <= 0 || listing.changed >= now - kSettledNanoseconds) return;
     std::lock_guard lock(m_mutex);
     loadLocked();
-    Slot& slot = m_listings[path];
+    auto it = m_listings.find(path);
+    if (it == m_listings.end()) it = m_listings.try_emplace(m_paths.emplace_back(path)).first;
+    Slot& slot = it->second;
     if (slot.kept) return;
     slot.listing = std::move(listing);
     keep(slot);
@@ -100,11 +103,28 @@ std::string DirectoryIndex::encode() const {
     return w.sealed(kMagic);
 }
 
-std::optional<DirectoryIndex> DirectoryIndex::decode(std::string_view image) {
-    const auto payload = BinaryImage::unsealed(image, kMagic);
+void DirectoryIndex::ListingBuilder::add(std::string_view name, bool isDirectory) {
+    m_spans.push_back({m_names.size(), name.size(), isDirectory});
+    m_names += name;
+}
+
+DirectoryIndex::Listing DirectoryIndex::ListingBuilder::done(int64_t changed) && {
+    Listing listing;
+    listing.changed = changed;
+    listing.names = std::make_shared<const std::string>(std::move(m_names));
+    listing.entries.reserve(m_spans.size());
+    for (const Span& span : m_spans)
+        listing.entries.push_back(
+            {std::string_view(*listing.names).substr(span.at, span.size), span.isDirectory});
+    return listing;
+}
+
+std::optional<DirectoryIndex> DirectoryIndex::decode(std::string image) {
+    DirectoryIndex index;
+    index.m_image = std::make_shared<const std::string>(std::move(image));
+    const auto payload = BinaryImage::unsealed(*index.m_image, kMagic);
     if (!payload) return std::nullopt;
     BinaryImage::Reader r(*payload);
-    DirectoryIndex index;
     const uint32_t listings = r.count(kListingSize);
     index.m_listings.reserve(listings);
     for (uint32_t i = 0; i < listings; ++i) {
@@ -121,10 +141,10 @@ std::optional<DirectoryIndex> DirectoryIndex::decode(std::string_view image) {
             if (name.empty() || name[0] == '.' || name.find('/') != std::string_view::npos ||
                 name.find('\0') != std::string_view::npos || isDirectory > 1)
                 return std::nullopt;
-            listing.entries.push_back({std::string(name), isDirectory == 1});
+            listing.entries.push_back({name, isDirectory == 1});
         }
         if (r.failed()) return std::nullopt;
-        index.m_listings.try_emplace(std::string(path), Slot{std::move(listing)});
+        index.m_listings.try_emplace(path, Slot{std::move(listing)});
     }
     if (r.failed() || !r.atEnd()) return std::nullopt;
     index.m_loadedCount = index.m_listings.size();

@@ -16,7 +16,9 @@
 #include "core/movable_mutex.h"
 
 #include <cstdint>
+#include <deque>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,15 +32,35 @@ class DirectoryIndex {
     // How long a directory must have been still before its listing is kept.
     static constexpr int64_t kSettledNanoseconds = 5'000'000'000;
 
+    // Names are views: a rescan reads thousands of them and builds none. Those of a loaded
+    // listing lie in the index file's text, which the index keeps; those of a listing read
+    // from a directory lie in its `names`.
     struct Entry {
-        std::string name;
+        std::string_view name;
         bool isDirectory = false;
         bool operator==(const Entry&) const = default;
     };
     struct Listing {
         int64_t changed = 0;         // status-change time, nanoseconds since 1970
         std::vector<Entry> entries;  // in the order the directory gave them
-        bool operator==(const Listing&) const = default;
+        std::shared_ptr<const std::string> names;
+        bool operator==(const Listing& other) const {
+            return changed == other.changed && entries == other.entries;
+        }
+    };
+    // Builds a listing whose names are copied, one after another, into its own text.
+    class ListingBuilder {
+      public:
+        void add(std::string_view name, bool isDirectory);
+        Listing done(int64_t changed) &&;
+
+      private:
+        std::string m_names;
+        struct Span {
+            size_t at, size;
+            bool isDirectory;
+        };
+        std::vector<Span> m_spans;
     };
 
     static std::filesystem::path file();
@@ -67,7 +89,7 @@ class DirectoryIndex {
 
     std::string encode() const;
     // The index in `image`; nothing when it is damaged or not an index.
-    static std::optional<DirectoryIndex> decode(std::string_view image);
+    static std::optional<DirectoryIndex> decode(std::string image);
 
   private:
     struct Slot {
@@ -75,8 +97,10 @@ class DirectoryIndex {
         bool kept = false;  // reused or listed anew by this scan: saved for the next one
     };
     // What was loaded and what this scan listed, in one map: a rescan that reuses every
-    // listing only flags them.
-    std::unordered_map<std::string, Slot> m_listings;
+    // listing only flags them. Loaded paths lie in `m_image`, listed ones in `m_paths`.
+    std::unordered_map<std::string_view, Slot> m_listings;
+    std::shared_ptr<const std::string> m_image;
+    std::deque<std::string> m_paths;  // a deque never moves what it holds
     void keep(Slot& slot);
     // Reads the index file here unless this index is loaded already; with m_mutex held.
     void loadLocked();

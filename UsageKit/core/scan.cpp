@@ -40,6 +40,7 @@ bool list(int at, const char* path, Listing& listing) {
         ::close(fd);
         return false;
     }
+    DirectoryIndex::ListingBuilder read;
     for (;;) {
         errno = 0;
         const dirent* entry = ::readdir(directory);
@@ -57,9 +58,10 @@ bool list(int at, const char* path, Listing& listing) {
             else
                 listing.changed = 0;
         }
-        listing.entries.push_back({std::string(name), isDirectory});
+        read.add(name, isDirectory);
     }
     ::closedir(directory);
+    listing = std::move(read).done(listing.changed);
     return true;
 }
 

@@ -32,11 +32,20 @@ std::vector<std::string> relative(const std::vector<std::string>& found, const f
     return names;
 }
 
+// A listing of `entries`, made as a walk makes one.
+DirectoryIndex::Listing listing(int64_t changed,
+                                const std::vector<DirectoryIndex::Entry>& entries) {
+    DirectoryIndex::ListingBuilder read;
+    for (const DirectoryIndex::Entry& entry : entries)
+        read.add(entry.name, entry.isDirectory);
+    return std::move(read).done(changed);
+}
+
 // An index that says `directory` held `entries` when its change time was `changed`.
 DirectoryIndex recorded(const fs::path& directory, int64_t changed,
                         std::vector<DirectoryIndex::Entry> entries) {
     DirectoryIndex index;
-    index.listed(directory.string(), {changed, std::move(entries)},
+    index.listed(directory.string(), listing(changed, std::move(entries)),
                  changed + DirectoryIndex::kSettledNanoseconds + 1);
     return *DirectoryIndex::decode(index.encode());
 }
@@ -89,11 +98,11 @@ TEST(DirectoryIndex, KeepsOnlySettledListingsAndNoticesWhatChanged) {
     const int64_t now = 2'000'000'000'000'000'000;
     const int64_t settled = now - DirectoryIndex::kSettledNanoseconds - 1;
     DirectoryIndex first;
-    first.listed("/a", {settled, {{"x.jsonl", false}}}, now);
-    first.listed("/b", {now - 1000, {{"y.jsonl", false}}}, now);  // changed a moment ago
-    first.listed("/c", {0, {{"z.jsonl", false}}}, now);           // its listing broke off
+    first.listed("/a", listing(settled, {{"x.jsonl", false}}), now);
+    first.listed("/b", listing(now - 1000, {{"y.jsonl", false}}), now);  // changed a moment ago
+    first.listed("/c", listing(0, {{"z.jsonl", false}}), now);           // its listing broke off
     // Names are bytes: one that is not UTF-8 comes back as it was.
-    first.listed("/caf\xE9", {settled, {{"caf\xE9.jsonl", false}}}, now);
+    first.listed("/caf\xE9", listing(settled, {{"caf\xE9.jsonl", false}}), now);
     EXPECT_TRUE(first.changed());
     EXPECT_EQ(first.keptCount(), 2u);
 
@@ -108,7 +117,7 @@ TEST(DirectoryIndex, KeepsOnlySettledListingsAndNoticesWhatChanged) {
     // Another source listing "/a" anew in the same scan leaves the listing a walk of "/a"
     // may still be reading as it was.
     const DirectoryIndex::Listing* walked = loaded->reuse("/a", settled);
-    loaded->listed("/a", {settled + 1, {{"other.jsonl", false}}}, now);
+    loaded->listed("/a", listing(settled + 1, {{"other.jsonl", false}}), now);
     EXPECT_EQ(walked->entries[0].name, "x.jsonl");
     EXPECT_EQ(loaded->reuse("/a", settled), walked);
 
@@ -120,7 +129,7 @@ TEST(DirectoryIndex, KeepsOnlySettledListingsAndNoticesWhatChanged) {
 TEST_F(DirectoryIndexWalk, ADeferredIndexIsReadByItsFirstUseAndUnusedWritesNothing) {
     const int64_t settled = 1'000'000'000;
     DirectoryIndex first;
-    first.listed("/a", {settled, {{"x.jsonl", false}}},
+    first.listed("/a", listing(settled, {{"x.jsonl", false}}),
                  2 * settled + DirectoryIndex::kSettledNanoseconds);
     first.save();
     const std::string saved = testing::readText(DirectoryIndex::file());
@@ -139,7 +148,7 @@ TEST_F(DirectoryIndexWalk, ADeferredIndexIsReadByItsFirstUseAndUnusedWritesNothi
 
 TEST(DirectoryIndex, ADamagedOrForeignFileReadsAsAnEmptyIndex) {
     DirectoryIndex index;
-    index.listed("/a \"q\"", {5, {{"x.jsonl", false}, {"sub", true}}},
+    index.listed("/a \"q\"", listing(5, {{"x.jsonl", false}, {"sub", true}}),
                  6 + DirectoryIndex::kSettledNanoseconds);
     const std::string good = index.encode();
     auto loaded = DirectoryIndex::decode(good);
