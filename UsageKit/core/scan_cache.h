@@ -20,6 +20,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -43,22 +44,37 @@ struct ScanCache {
     // the cache and again as a copy. Holds on to the image it points into.
     class PackedRecords {
       public:
+        // Where one record lies in the image, and its date: noted when the image was read,
+        // so that records can be sorted by date before any is built.
+        struct Record {
+            double date;
+            std::string_view bytes;  // for unpack()
+        };
+        // An image as read, with all of its records in order.
+        struct Image {
+            std::string bytes;
+            std::vector<Record> records;
+        };
+
         PackedRecords() = default;
-        PackedRecords(std::shared_ptr<const std::string> image, std::string_view bytes,
+        // The `count` records from `image->records[first]` on, which lie in `bytes`.
+        PackedRecords(std::shared_ptr<const Image> image, std::string_view bytes, uint32_t first,
                       uint32_t count)
-            : m_image(std::move(image)), m_bytes(bytes), m_count(count) {}
+            : m_image(std::move(image)), m_bytes(bytes), m_first(first), m_count(count) {}
         uint32_t count() const { return m_count; }
         std::string_view bytes() const { return m_bytes; }
+        std::span<const Record> records() const {
+            if (!m_image) return {};
+            return std::span(m_image->records).subspan(m_first, m_count);
+        }
         void appendTo(std::vector<UsageRecord>& out) const;
-        // Calls `each(date, bytes)` for every record in order, with the bytes that hold it
-        // for unpack(): records can be sorted by date before any is built.
-        void forEach(const std::function<void(double date, std::string_view bytes)>& each) const;
-        // Builds the record whose bytes forEach() gave, into `into`.
+        // Builds the record whose bytes records() gave, into `into`.
         static void unpack(std::string_view bytes, UsageRecord& into);
 
       private:
-        std::shared_ptr<const std::string> m_image;
+        std::shared_ptr<const Image> m_image;
         std::string_view m_bytes;
+        uint32_t m_first = 0;
         uint32_t m_count = 0;
     };
 

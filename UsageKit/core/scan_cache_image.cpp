@@ -165,8 +165,9 @@ std::optional<std::string> ScanCache::image(const FileIdentity& of) const {
 }
 
 std::optional<ScanCache> ScanCache::fromImage(std::string image, const FileIdentity& of) {
-    const auto owned = std::make_shared<const std::string>(std::move(image));
-    const auto payload = BinaryImage::unsealed(*owned, kMagic);
+    const auto read = std::make_shared<PackedRecords::Image>();
+    read->bytes = std::move(image);
+    const auto payload = BinaryImage::unsealed(read->bytes, kMagic);
     if (!payload) return std::nullopt;
     BinaryImage::Reader r(*payload);
     if (readIdentity(r) != of) return std::nullopt;
@@ -181,34 +182,25 @@ std::optional<ScanCache> ScanCache::fromImage(std::string image, const FileIdent
         entry.modified = r.f64();
         const uint32_t records = r.count(kRecordSize);
         const char* start = r.rest().data();
+        const size_t first = read->records.size();
         for (uint32_t k = 0; k < records; ++k) {
+            const char* at = r.rest().data();
             checked = UsageRecord();
             if (!readRecord(r, checked, false)) return std::nullopt;
+            read->records.push_back(
+                {checked.date.secondsSince1970,
+                 std::string_view(at, static_cast<size_t>(r.rest().data() - at))});
         }
-        if (r.failed() || !isExactCount(entry.size) || !std::isfinite(entry.modified))
+        if (r.failed() || !isExactCount(entry.size) || !std::isfinite(entry.modified) ||
+            first > UINT32_MAX)
             return std::nullopt;
         entry.packed = PackedRecords(
-            owned, std::string_view(start, static_cast<size_t>(r.rest().data() - start)), records);
+            read, std::string_view(start, static_cast<size_t>(r.rest().data() - start)),
+            static_cast<uint32_t>(first), records);
         cache.files.try_emplace(std::string(path), std::move(entry));
     }
     if (r.failed() || !r.atEnd()) return std::nullopt;
     return cache;
-}
-
-void ScanCache::PackedRecords::forEach(
-    const std::function<void(double date, std::string_view bytes)>& each) const {
-    BinaryImage::Reader r(m_bytes);
-    UsageRecord skipped;
-    for (uint32_t k = 0; k < m_count; ++k) {
-        const char* start = r.rest().data();
-        // Texts are only stepped over, so of the record before only its cost could linger.
-        skipped.reportedCostUSD.reset();
-        // Checked when the image was read, so this cannot fail; were it to, the records
-        // from there on are left out rather than given half read.
-        if (!readRecord(r, skipped, false)) return;
-        each(skipped.date.secondsSince1970,
-             std::string_view(start, static_cast<size_t>(r.rest().data() - start)));
-    }
 }
 
 void ScanCache::PackedRecords::unpack(std::string_view bytes, UsageRecord& into) {
@@ -217,7 +209,8 @@ void ScanCache::PackedRecords::unpack(std::string_view bytes, UsageRecord& into)
 }
 
 void ScanCache::PackedRecords::appendTo(std::vector<UsageRecord>& out) const {
-    forEach([&](double, std::string_view bytes) { unpack(bytes, out.emplace_back()); });
+    for (const Record& record : records())
+        unpack(record.bytes, out.emplace_back());
 }
 
 }  // namespace usagekit

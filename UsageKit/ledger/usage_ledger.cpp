@@ -20,7 +20,7 @@ void sortNewestFirst(std::vector<UsageRecord>& records) {
 std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
     // Sorting compact places and then filling each record's slot once beats moving records
     // about while sorting: a record is a dozen fields, four of them strings, and thousands
-    // of them lie far apart in memory. A packed record is read for its date alone here.
+    // of them lie far apart in memory. A packed record's date was noted when its image was read.
     struct Place {
         double date;
         UsageRecord* parsed;  // or, when null, the record is `packed`
@@ -51,9 +51,8 @@ std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
         for (FoundRecords::Run& run : part.runs) {
             for (UsageRecord& record : run.parsed)
                 order.push_back({record.date.secondsSince1970, &record, {}});
-            run.packed.forEach([&](double date, std::string_view bytes) {
-                order.push_back({date, nullptr, bytes});
-            });
+            for (const ScanCache::PackedRecords::Record& record : run.packed.records())
+                order.push_back({record.date, nullptr, record.bytes});
         }
     std::stable_sort(order.begin(), order.end(),
                      [](const Place& a, const Place& b) { return a.date > b.date; });
@@ -73,7 +72,6 @@ std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
                 ScanCache::PackedRecords::unpack(order[i].packed, sorted[i]);
         }
     });
-    sorted.resize(order.size());  // were a packed record unreadable, it has no place
     return sorted;
 }
 
