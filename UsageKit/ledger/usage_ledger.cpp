@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <system_error>
-#include <thread>
 
 namespace usagekit {
 
@@ -29,22 +27,6 @@ std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
     size_t count = 0;
     for (const FoundRecords& part : parts)
         count += part.size();
-    // Making the slots of a big ledger writes a fresh megabyte or so, page by page: a helper
-    // does that while this thread finds and sorts the places. Should it fail, this thread
-    // tries again, and throws what it must.
-    std::vector<UsageRecord> sorted;
-    std::jthread slots;
-    if (count >= 1024) {
-        try {
-            slots = std::jthread([&] {
-                try {
-                    sorted.resize(count);
-                } catch (const std::exception&) {
-                }
-            });
-        } catch (const std::system_error&) {
-        }
-    }
     std::vector<Place> order;
     order.reserve(count);
     for (FoundRecords& part : parts)
@@ -60,8 +42,7 @@ std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
     // Unpacking builds every string of every cached record, so both cores share it, each
     // filling whole blocks of slots: neighbouring slots written by two threads would share
     // cache lines.
-    if (slots.joinable()) slots.join();
-    sorted.resize(count);
+    std::vector<UsageRecord> sorted(count);
     constexpr size_t kBlock = 256;
     onScanThreads((order.size() + kBlock - 1) / kBlock, 2, [&](size_t block) {
         const size_t end = std::min(order.size(), (block + 1) * kBlock);

@@ -51,7 +51,7 @@ std::vector<UsageRecord> joinedNewestFirst(const std::vector<std::vector<UsageRe
 }
 
 TEST(NewestFirst, PackedAndParsedRecordsTakeTheirPlacesAndTiesKeepTheirOrder) {
-    // Enough records that the slots are made on a helper and both cores fill them.
+    // Enough records that both cores fill the slots.
     std::vector<std::vector<UsageRecord>> files;
     for (int file = 0; file < 60; ++file)
         files.push_back(recordsOf(file, file % 7 == 0 ? 0 : 40 + file % 9));
