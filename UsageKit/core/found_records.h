@@ -22,8 +22,8 @@ struct FoundRecords {
     std::vector<Run> runs;
 
     FoundRecords() = default;
-    // A source that parses everything it reads simply returns its records.
-    FoundRecords(std::vector<UsageRecord> records);  // NOLINT(google-explicit-constructor)
+    // Not explicit: a source that parses everything it reads simply returns its records.
+    FoundRecords(std::vector<UsageRecord> records);
 
     void add(std::vector<UsageRecord> records);
     // A cache entry's records, packed or not.
