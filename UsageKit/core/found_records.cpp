@@ -14,8 +14,7 @@ void FoundRecords::add(std::vector<UsageRecord> records) {
 }
 
 void FoundRecords::add(ScanCache::Entry entry) {
-    if (entry.recordCount() > 0)
-        runs.push_back({std::move(entry.records), std::move(entry.packed)});
+    if (entry.recordCount() > 0) runs.push_back(Run::of(std::move(entry)));
 }
 
 size_t FoundRecords::size() const {

@@ -18,6 +18,11 @@ struct FoundRecords {
     struct Run {
         std::vector<UsageRecord> parsed;
         ScanCache::PackedRecords packed;
+
+        // A cache entry's records, packed or not.
+        static Run of(ScanCache::Entry entry) {
+            return {std::move(entry.records), std::move(entry.packed)};
+        }
     };
     std::vector<Run> runs;
 

@@ -69,7 +69,7 @@ FoundRecords recordsOfFiles(ScanCache& cache, const std::vector<std::string>& fi
     std::vector<size_t> misses;
     for (size_t i = 0; i < files.size(); ++i) {
         if (std::optional<ScanCache::Entry> entry = cache.hit(files[i], stamps[i]))
-            found.runs[i] = {std::move(entry->records), std::move(entry->packed)};
+            found.runs[i] = FoundRecords::Run::of(std::move(*entry));
         else
             misses.push_back(i);
     }

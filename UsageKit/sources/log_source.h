@@ -42,8 +42,8 @@ class SeenKeys {
     std::unordered_set<std::string, Hash, std::equal_to<>> m_keys;
 };
 
-// The records of every file in order, each from the cache when the file is unchanged or
-// from `parse` when not. Files that must be parsed are parsed on all cores (or on
+// The records of every file in order, each from the cache (still packed) when the file is
+// unchanged or from `parse` when not. Files that must be parsed are parsed on all cores (or on
 // $TALLY_SCAN_THREADS threads), and their records gathered in file order, so the result
 // never depends on timing. `parse` must therefore keep no shared mutable state. Throws only
 // what the cache throws.
