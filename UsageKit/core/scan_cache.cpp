@@ -186,9 +186,9 @@ std::optional<ScanCache::Entry> ScanCache::hit(const std::string& path, const St
                                                Times match) {
     std::lock_guard lock(m_mutex);
     settleLocked();
-    auto it = files.find(path);
-    if (it == files.end()) return std::nullopt;
-    Entry& entry = it->second;
+    Entry* const found = files.find(path);
+    if (!found) return std::nullopt;
+    Entry& entry = *found;
     entry.visited = true;
     const bool sameTime = match == Times::exactly
                               ? entry.modified == current.modified
@@ -224,8 +224,7 @@ std::vector<UsageRecord> ScanCache::recordsOfText(const std::filesystem::path& p
 void ScanCache::pruneUnvisited() {
     std::lock_guard lock(m_mutex);
     settleLocked();
-    if (std::erase_if(files, [](const auto& item) { return !item.second.visited; }) > 0)
-        changed = true;
+    if (files.eraseIf([](const auto& item) { return !item.second.visited; }) > 0) changed = true;
 }
 
 void ScanCache::Entry::appendRecordsTo(std::vector<UsageRecord>& out) const {

@@ -13,6 +13,7 @@
 #include "core/directory_index.h"
 #include "core/json.h"
 #include "core/movable_mutex.h"
+#include "core/path_map.h"
 #include "core/usage_record.h"
 
 #include <cstdint>
@@ -23,7 +24,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace usagekit {
@@ -109,7 +109,8 @@ struct ScanCache {
     using ParseText =
         std::function<std::vector<UsageRecord>(std::string_view text, const std::string& session)>;
 
-    std::unordered_map<std::string, Entry> files;  // written in ascending order of path
+    // Written in ascending order of path. Loaded from an image, the paths are views into it.
+    PathMap<Entry> files;
     int64_t version = kVersion;
     // False while the cache equals what load() read from the file: save() then has
     // nothing to write, which keeps a rescan of unchanged logs to stats and one read.

@@ -62,11 +62,10 @@ std::optional<ScanCache> ScanCache::decode(const simdjson::padded_string& text) 
             if (key != "files" || sawFiles) return true;
             sawFiles = true;
             return OnDemandJSON::forEachField(value, [&](std::string_view path, od::value item) {
-                std::string name(path);
-                if (cache.files.contains(name)) return true;  // a repeated path: the first counts
+                if (cache.files.contains(path)) return true;  // a repeated path: the first counts
                 auto entry = Entry::decode(item);
                 if (!entry) return false;
-                cache.files.emplace(std::move(name), std::move(*entry));
+                cache.files.emplace(path, std::move(*entry));
                 return true;
             });
         });

@@ -174,6 +174,7 @@ std::optional<ScanCache> ScanCache::fromImage(std::string image, const FileIdent
     ScanCache cache;
     const uint32_t entries = r.count(kEntrySize);
     cache.files.reserve(entries);
+    cache.files.holdText(read);
     UsageRecord checked;
     for (uint32_t i = 0; i < entries; ++i) {
         const std::string_view path = r.text();
@@ -197,7 +198,7 @@ std::optional<ScanCache> ScanCache::fromImage(std::string image, const FileIdent
         entry.packed = PackedRecords(
             read, std::string_view(start, static_cast<size_t>(r.rest().data() - start)),
             static_cast<uint32_t>(first), records);
-        cache.files.try_emplace(std::string(path), std::move(entry));
+        cache.files.emplaceKept(path, std::move(entry));
     }
     if (r.failed() || !r.atEnd()) return std::nullopt;
     return cache;
