@@ -2,6 +2,7 @@
 
 #include "core/json_coding.h"
 #include "core/paths.h"
+#include "core/spread_thread.h"
 #include "core/store.h"
 
 #include <fcntl.h>
@@ -14,7 +15,6 @@
 #include <future>
 #include <mutex>
 #include <system_error>
-#include <thread>
 
 namespace usagekit {
 
@@ -22,7 +22,7 @@ namespace {
 
 // The background save in flight, if any. Joined before the next load or save, and at exit.
 std::mutex writerMutex;
-std::thread writer;
+std::optional<SpreadThread> writer;
 
 }  // namespace
 
@@ -32,6 +32,7 @@ std::filesystem::path ScanCache::file() {
 
 struct ScanCache::Loading {
     std::future<ScanCache> files;
+    std::optional<SpreadThread> reader;  // joined before `files` goes
 };
 
 ScanCache ScanCache::readSaved(const std::filesystem::path& json,
@@ -99,8 +100,11 @@ ScanCache ScanCache::loadInBackground() {
     waitForSave();
     ScanCache cache;
     try {
+        auto read = std::make_shared<std::packaged_task<ScanCache()>>(
+            [json = file(), image = imageFile()] { return readSaved(json, image); });
         cache.m_loading = std::make_shared<Loading>();
-        cache.m_loading->files = std::async(std::launch::async, readSaved, file(), imageFile());
+        cache.m_loading->files = read->get_future();
+        cache.m_loading->reader.emplace([read] { (*read)(); });
     } catch (const std::system_error&) {
         return load();  // no thread to be had: read it here and now
     }
@@ -147,7 +151,7 @@ void ScanCache::saveInBackground(ScanCache cache) {
     std::filesystem::path target = file(), imageTarget = imageFile(),
                           indexTarget = DirectoryIndex::file();
     std::lock_guard lock(writerMutex);
-    if (writer.joinable()) writer.join();
+    writer.reset();
     static const bool joinsAtExit = std::atexit(waitForSave) == 0;
     (void)joinsAtExit;
     // Shared, so that the cache is still here to write should no thread be had.
@@ -158,7 +162,7 @@ void ScanCache::saveInBackground(ScanCache cache) {
         saving.directories.save(indexTarget);
     };
     try {
-        writer = std::thread([owned, write] { write(*owned); });
+        writer.emplace([owned, write] { write(*owned); });
         owned.reset();  // the writer's is then, nearly always, the last
     } catch (const std::system_error&) {
         write(*owned);
@@ -167,7 +171,7 @@ void ScanCache::saveInBackground(ScanCache cache) {
 
 void ScanCache::waitForSave() {
     std::lock_guard lock(writerMutex);
-    if (writer.joinable()) writer.join();
+    writer.reset();
 }
 
 ScanCache::Stamp ScanCache::stamp(const std::filesystem::path& path) {

@@ -6,6 +6,7 @@
 
 #include "core/found_records.h"
 #include "core/scan_cache.h"
+#include "core/spread_thread.h"
 #include "core/usage_record.h"
 
 #include <algorithm>
@@ -15,7 +16,6 @@
 #include <string>
 #include <string_view>
 #include <system_error>
-#include <thread>
 #include <unordered_set>
 #include <vector>
 
@@ -66,7 +66,7 @@ void onScanThreads(size_t count, size_t perThreadAtLeast, const Work& work) {
     };
     const size_t threads =
         std::min<size_t>(scanThreads(), (count + perThreadAtLeast - 1) / perThreadAtLeast);
-    std::vector<std::thread> helpers;
+    std::vector<SpreadThread> helpers;
     for (size_t t = 1; t < threads; ++t) {
         try {
             helpers.emplace_back(drain);
@@ -75,7 +75,7 @@ void onScanThreads(size_t count, size_t perThreadAtLeast, const Work& work) {
         }
     }
     drain();
-    for (std::thread& helper : helpers)
+    for (SpreadThread& helper : helpers)
         helper.join();
 }
 
