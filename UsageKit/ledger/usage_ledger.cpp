@@ -1,9 +1,14 @@
 #include "ledger/usage_ledger.h"
 
+#include "core/spread_thread.h"
 #include "sources/log_source.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <optional>
+#include <semaphore>
+#include <system_error>
 
 namespace usagekit {
 
@@ -29,6 +34,47 @@ std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
         count += part.size();
     std::vector<Place> order;
     order.reserve(count);
+
+    // Unpacking builds every string of every cached record, so both cores share it, each
+    // filling whole blocks of slots: neighbouring slots written by two threads would share
+    // cache lines. Making the slots is mostly first touches of fresh memory, so another
+    // core makes them while this one sorts.
+    constexpr size_t kBlock = 256;
+    const size_t blocks = (count + kBlock - 1) / kBlock;
+    std::vector<UsageRecord> sorted;
+    std::atomic<size_t> nextBlock{0};
+    auto fill = [&] {
+        for (size_t block; (block = nextBlock.fetch_add(1, std::memory_order_relaxed)) < blocks;) {
+            const size_t end = std::min(count, (block + 1) * kBlock);
+            for (size_t i = block * kBlock; i < end; ++i) {
+                if (order[i].parsed)
+                    sorted[i] = std::move(*order[i].parsed);
+                else
+                    ScanCache::PackedRecords::unpack(order[i].packed, sorted[i]);
+            }
+        }
+    };
+    std::binary_semaphore slotsMade(0), orderSorted(0);
+    std::optional<SpreadThread> helper;
+    if (blocks > 1 && scanThreads() > 1) {
+        try {
+            helper.emplace([&] {
+                try {
+                    sorted = std::vector<UsageRecord>(count);
+                } catch (const std::bad_alloc&) {
+                    // left to the sorting thread, which reports it
+                }
+                slotsMade.release();
+                orderSorted.acquire();
+                fill();
+            });
+        } catch (const std::system_error&) {
+            // no thread to be had: this one does it all
+        }
+    }
+
+    // Nothing from here to the release below throws (`order` has its room, and a stable sort
+    // short of memory sorts in place), so the helper is never left waiting.
     for (FoundRecords& part : parts)
         for (FoundRecords::Run& run : part.runs) {
             for (UsageRecord& record : run.parsed)
@@ -39,20 +85,17 @@ std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
     std::stable_sort(order.begin(), order.end(),
                      [](const Place& a, const Place& b) { return a.date > b.date; });
 
-    // Unpacking builds every string of every cached record, so both cores share it, each
-    // filling whole blocks of slots: neighbouring slots written by two threads would share
-    // cache lines.
-    std::vector<UsageRecord> sorted(count);
-    constexpr size_t kBlock = 256;
-    onScanThreads((order.size() + kBlock - 1) / kBlock, 2, [&](size_t block) {
-        const size_t end = std::min(order.size(), (block + 1) * kBlock);
-        for (size_t i = block * kBlock; i < end; ++i) {
-            if (order[i].parsed)
-                sorted[i] = std::move(*order[i].parsed);
-            else
-                ScanCache::PackedRecords::unpack(order[i].packed, sorted[i]);
-        }
-    });
+    if (helper) slotsMade.acquire();
+    try {
+        if (sorted.size() != count) sorted = std::vector<UsageRecord>(count);
+    } catch (...) {
+        nextBlock = blocks;  // nothing for the helper to fill
+        if (helper) orderSorted.release();
+        throw;
+    }
+    if (helper) orderSorted.release();
+    fill();
+    helper.reset();  // joins it
     return sorted;
 }
 
