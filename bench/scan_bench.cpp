@@ -6,7 +6,8 @@
 //   in app  the same rescan in a process that has scanned before (as the desktop app makes
 //           it every few minutes): its memory is already mapped
 //   append  a rescan after one line was appended to one Claude Code log
-// Each run happens in a child process, so its peak RSS is its own; medians of --runs.
+// Each run happens in a freshly started process, so its peak RSS is its own; medians of
+// --runs.
 // A scan's records are ready before its cache is on disk (the cache is written on a
 // background thread); "saved" is the time until the file is written too.
 #include "core/paths.h"
@@ -16,6 +17,7 @@
 #include "ledger/usage_ledger.h"
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -83,43 +85,65 @@ struct Sample {
     double peakMB = 0;
 };
 
-// Runs `prepare`, then `work`, in a child; the wall times of `work` (measured inside) and
-// the child's peak RSS come back.
-template <class Work, class Prepare = void (*)()>
-Sample inChild(
-    Work work, Prepare prepare = [] {}) {
+// What a child process measures (`scan_bench --child WHAT --home DIR`).
+enum class Work { floor, scan, rescan };
+constexpr const char* kWorkNames[] = {"floor", "scan", "rescan"};
+
+// Runs `what` in a freshly started copy of this program, as `tally --scan` runs: a forked
+// child would inherit this process's heap and pay copy-on-write faults that no real scan
+// pays. The wall times of the work (measured inside) and the child's peak RSS come back.
+Sample inChild(Work what, const fs::path& home) {
     int pipeFds[2];
     if (::pipe(pipeFds) != 0) return {};
-    pid_t pid = ::fork();
-    if (pid == 0) {
-        ::close(pipeFds[0]);
-        prepare();
-        ScanCache::waitForSave();
-        auto start = std::chrono::steady_clock::now();
-        auto since = [&] {
-            return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() -
-                                                             start)
-                .count();
-        };
-        work();
-        double times[2] = {since(), 0};
-        ScanCache::waitForSave();
-        times[1] = since();
-        (void)!::write(pipeFds[1], times, sizeof times);
-        ::_exit(0);
-    }
+    const std::string self = fs::read_symlink("/proc/self/exe").string();
+    const std::string homeText = home.string();
+    const std::string out = std::to_string(pipeFds[1]);
+    const char* arguments[] = {self.c_str(), "--child",        kWorkNames[static_cast<int>(what)],
+                               "--home",     homeText.c_str(), "--out",
+                               out.c_str(),  nullptr};
+    pid_t pid = 0;
+    const int failed = ::posix_spawn(&pid, self.c_str(), nullptr, nullptr,
+                                     const_cast<char* const*>(arguments), environ);
     ::close(pipeFds[1]);
     Sample sample;
     double times[2] = {0, 0};
-    (void)!::read(pipeFds[0], times, sizeof times);
-    sample.ms = times[0];
-    sample.savedMs = times[1];
+    if (!failed && ::read(pipeFds[0], times, sizeof times) == sizeof times) {
+        sample.ms = times[0];
+        sample.savedMs = times[1];
+    }
     ::close(pipeFds[0]);
+    if (failed) return sample;
     struct rusage usage {};
     int status = 0;
     ::wait4(pid, &status, 0, &usage);
     sample.peakMB = static_cast<double>(usage.ru_maxrss) / 1024.0;
     return sample;
+}
+
+void scan() {
+    UsageLedger ledger(Pricing::builtIn());
+    ledger.scanLocal();
+}
+
+// The child's side: prepares, times the work, writes the times to `out`.
+int runChild(std::string_view what, const fs::path& home, int out) {
+    Corpus corpus;
+    if (what == "floor") corpus = logFiles(home);
+    if (what == "rescan") scan();
+    ScanCache::waitForSave();
+    const auto start = std::chrono::steady_clock::now();
+    auto since = [&] {
+        return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+            .count();
+    };
+    if (what == "floor")
+        readFloor(corpus);
+    else
+        scan();
+    double times[2] = {since(), 0};
+    ScanCache::waitForSave();
+    times[1] = since();
+    return ::write(out, times, sizeof times) == sizeof times ? 0 : 1;
 }
 
 // Each time is its own median; the peak is the largest of all runs.
@@ -150,21 +174,27 @@ void report(const char* name, const Sample& s, const Corpus& corpus, size_t file
     std::printf("\n");
 }
 
-void scan() {
-    UsageLedger ledger(Pricing::builtIn());
-    ledger.scanLocal();
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     fs::path home;
     int runs = 5;
+    const char* child = nullptr;
+    int out = -1;
     for (int i = 1; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--home") && i + 1 < argc)
             home = argv[++i];
         else if (!std::strcmp(argv[i], "--runs") && i + 1 < argc)
             runs = std::max(1, std::atoi(argv[++i]));
+        else if (!std::strcmp(argv[i], "--child") && i + 1 < argc)
+            child = argv[++i];
+        else if (!std::strcmp(argv[i], "--out") && i + 1 < argc)
+            out = std::atoi(argv[++i]);
+    }
+    if (child) {
+        // HOME and TALLY_SUPPORT_DIR come from the parent.
+        TallyPaths::setSupport(TallyPaths::environment("TALLY_SUPPORT_DIR"));
+        return runChild(child, home, out);
     }
     if (home.empty() || !fs::is_directory(home)) {
         std::fprintf(stderr,
@@ -184,29 +214,27 @@ int main(int argc, char** argv) {
                 runs);
     readFloor(corpus);  // warm the page cache
 
-    std::vector<Sample> floor, cold, warm, inApp, append;
-    for (int r = 0; r < runs; ++r)
-        floor.push_back(inChild([&] { readFloor(corpus); }));
-    for (int r = 0; r < runs; ++r) {
-        fs::remove_all(support);
-        cold.push_back(inChild(scan));
-    }
-    for (int r = 0; r < runs; ++r)
-        warm.push_back(inChild(scan));
-    for (int r = 0; r < runs; ++r)
-        inApp.push_back(inChild(scan, scan));
     fs::path appended;
     for (const fs::path& file : corpus.files)
         if (file.string().find("/.claude/") != std::string::npos) {
             appended = file;
             break;
         }
+    // Each round measures everything once, so that a slow spell of the machine weighs on
+    // all the figures alike rather than on whichever was being measured at the time, and
+    // the ratios stay fair.
+    std::vector<Sample> floor, cold, warm, inApp, append;
     for (int r = 0; r < runs; ++r) {
+        floor.push_back(inChild(Work::floor, home));
+        fs::remove_all(support);
+        cold.push_back(inChild(Work::scan, home));
+        warm.push_back(inChild(Work::scan, home));
+        inApp.push_back(inChild(Work::rescan, home));
         std::ofstream(appended, std::ios::app)
             << R"({"type":"user","message":{"role":"user","content":"one more line"},"uuid":"bench-)"
             << r << R"(","timestamp":"2026-01-01T00:00:00Z"})"
             << "\n";
-        append.push_back(inChild(scan));
+        append.push_back(inChild(Work::scan, home));
     }
 
     const Sample f = median(floor), c = median(cold);
