@@ -13,8 +13,14 @@ void FoundRecords::add(std::vector<UsageRecord> records) {
     if (!records.empty()) runs.push_back({std::move(records), {}});
 }
 
-void FoundRecords::add(ScanCache::Entry entry) {
+void FoundRecords::add(ScanCache::Entry entry, ScanCache& cache) {
+    if (entry.packed.count() > 0) hold(cache.packedImage());
     if (entry.recordCount() > 0) runs.push_back(Run::of(std::move(entry)));
+}
+
+void FoundRecords::hold(std::shared_ptr<const void> image) {
+    if (image && std::find(held.begin(), held.end(), image) == held.end())
+        held.push_back(std::move(image));
 }
 
 size_t FoundRecords::size() const {

@@ -9,6 +9,7 @@
 #include "core/usage_record.h"
 
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace usagekit {
@@ -25,14 +26,18 @@ struct FoundRecords {
         }
     };
     std::vector<Run> runs;
+    // The cache images that packed runs point into.
+    std::vector<std::shared_ptr<const void>> held;
 
     FoundRecords() = default;
     // Not explicit: a source that parses everything it reads simply returns its records.
     FoundRecords(std::vector<UsageRecord> records);
 
     void add(std::vector<UsageRecord> records);
-    // A cache entry's records, packed or not.
-    void add(ScanCache::Entry entry);
+    // A cache entry's records, packed or not, from `cache`.
+    void add(ScanCache::Entry entry, ScanCache& cache);
+    // Keeps `image` (a ScanCache::packedImage()) for as long as these records live.
+    void hold(std::shared_ptr<const void> image);
 
     size_t size() const;
     bool empty() const { return size() == 0; }

@@ -131,6 +131,7 @@ void ScanCache::settleLocked() {
     version = loaded.version;
     changed = loaded.changed;
     m_imageMissingFor = loaded.m_imageMissingFor;
+    m_packedImage = std::move(loaded.m_packedImage);
 }
 
 void ScanCache::save() {
@@ -223,6 +224,12 @@ std::vector<UsageRecord> ScanCache::recordsOfText(const std::filesystem::path& p
         std::string text = Store::readFile(file).value_or(std::string());
         return parse(text, file.stem().string());
     });
+}
+
+std::shared_ptr<const void> ScanCache::packedImage() {
+    std::lock_guard lock(m_mutex);
+    settleLocked();
+    return m_packedImage;
 }
 
 void ScanCache::pruneUnvisited() {

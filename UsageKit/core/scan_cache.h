@@ -41,7 +41,10 @@ struct ScanCache {
     // An entry's records as they lie in the binary image the cache was read from: checked
     // when the image was read, unpacked only when a scan asks for them. A rescan of
     // unchanged logs thus builds each record once, in its results, rather than once into
-    // the cache and again as a copy. Holds on to the image it points into.
+    // the cache and again as a copy. The image is held by the cache that read it, and by
+    // any FoundRecords the records were found into (see packedImage()); packed records
+    // themselves do not count references, which thousands of copies from two threads at
+    // once would bounce between the cores' caches.
     class PackedRecords {
       public:
         // Where one record lies in the image, and its date: noted when the image was read,
@@ -58,9 +61,8 @@ struct ScanCache {
 
         PackedRecords() = default;
         // The `count` records from `image->records[first]` on, which lie in `bytes`.
-        PackedRecords(std::shared_ptr<const Image> image, std::string_view bytes, uint32_t first,
-                      uint32_t count)
-            : m_image(std::move(image)), m_bytes(bytes), m_first(first), m_count(count) {}
+        PackedRecords(const Image* image, std::string_view bytes, uint32_t first, uint32_t count)
+            : m_image(image), m_bytes(bytes), m_first(first), m_count(count) {}
         uint32_t count() const { return m_count; }
         std::string_view bytes() const { return m_bytes; }
         std::span<const Record> records() const {
@@ -72,7 +74,7 @@ struct ScanCache {
         static void unpack(std::string_view bytes, UsageRecord& into);
 
       private:
-        std::shared_ptr<const Image> m_image;
+        const Image* m_image = nullptr;
         std::string_view m_bytes;
         uint32_t m_first = 0;
         uint32_t m_count = 0;
@@ -156,6 +158,10 @@ struct ScanCache {
     std::vector<UsageRecord> recordsOfText(const std::filesystem::path& path,
                                            const ParseText& parse);
 
+    // What the packed records hit() hands out point into, if any were loaded: whoever keeps
+    // such records beyond this cache's life holds this too.
+    std::shared_ptr<const void> packedImage();
+
     // Drops the entries of every file this scan did not ask for: logs that are gone.
     void pruneUnvisited();
 
@@ -192,6 +198,7 @@ struct ScanCache {
     // The JSON file this cache was read from, while the image on disk does not mirror it:
     // the next save writes the image even when the entries did not change.
     std::optional<FileIdentity> m_imageMissingFor;
+    std::shared_ptr<const PackedRecords::Image> m_packedImage;
 
     // The entries saved in `json` (through `image` when that mirrors it), or an empty cache.
     static ScanCache readSaved(const std::filesystem::path& json,

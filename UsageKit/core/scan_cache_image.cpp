@@ -196,11 +196,12 @@ std::optional<ScanCache> ScanCache::fromImage(std::string image, const FileIdent
             first > UINT32_MAX)
             return std::nullopt;
         entry.packed = PackedRecords(
-            read, std::string_view(start, static_cast<size_t>(r.rest().data() - start)),
+            read.get(), std::string_view(start, static_cast<size_t>(r.rest().data() - start)),
             static_cast<uint32_t>(first), records);
         cache.files.emplaceKept(path, std::move(entry));
     }
     if (r.failed() || !r.atEnd()) return std::nullopt;
+    cache.m_packedImage = read;
     return cache;
 }
 

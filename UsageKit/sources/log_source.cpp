@@ -65,6 +65,7 @@ FoundRecords recordsOfFiles(ScanCache& cache, const std::vector<std::string>& fi
 
     // Each file's records land in its own run, so the order never depends on timing.
     FoundRecords found;
+    found.hold(cache.packedImage());
     found.runs.resize(files.size());
     std::vector<size_t> misses;
     for (size_t i = 0; i < files.size(); ++i) {

@@ -80,7 +80,7 @@ FoundRecords OpenCodeSource::scan(ScanCache& cache) const {
     const auto cachedLog = cache.hit(logPath, logNow, ScanCache::Times::exactly);
     if (cached && cachedLog) {
         FoundRecords found;
-        found.add(std::move(*cached));
+        found.add(std::move(*cached), cache);
         return found;
     }
 

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -55,7 +56,7 @@ TEST(NewestFirst, PackedAndParsedRecordsTakeTheirPlacesAndTiesKeepTheirOrder) {
     std::vector<std::vector<UsageRecord>> files;
     for (int file = 0; file < 60; ++file)
         files.push_back(recordsOf(file, file % 7 == 0 ? 0 : 40 + file % 9));
-    const ScanCache cache = packedCache(files);
+    std::optional<ScanCache> cache = packedCache(files);
 
     // A source's files in walk order, some parsed this scan and some unchanged, then a
     // second source that parsed everything.
@@ -66,7 +67,7 @@ TEST(NewestFirst, PackedAndParsedRecordsTakeTheirPlacesAndTiesKeepTheirOrder) {
         if (file % 4 == 0)
             first.add(files[file]);
         else
-            first.add(cache.files.at("/logs/" + std::to_string(file)));
+            first.add(cache->files.at("/logs/" + std::to_string(file)), *cache);
         firstInOrder.insert(firstInOrder.end(), files[file].begin(), files[file].end());
     }
     std::vector<UsageRecord> secondInOrder;
@@ -74,6 +75,7 @@ TEST(NewestFirst, PackedAndParsedRecordsTakeTheirPlacesAndTiesKeepTheirOrder) {
         secondInOrder.insert(secondInOrder.end(), files[file].begin(), files[file].end());
     second.add(secondInOrder);
     ASSERT_GT(first.size() + second.size(), 2000u);
+    cache.reset();  // what was found holds the image its packed records lie in
 
     std::vector<FoundRecords> parts;
     parts.push_back(std::move(first));
@@ -83,9 +85,9 @@ TEST(NewestFirst, PackedAndParsedRecordsTakeTheirPlacesAndTiesKeepTheirOrder) {
 
 TEST(NewestFirst, LeavingRecordsOutUnpacksTheRestInOrder) {
     const std::vector<std::vector<UsageRecord>> files = {recordsOf(1, 6), recordsOf(2, 5)};
-    const ScanCache cache = packedCache(files);
+    ScanCache cache = packedCache(files);
     FoundRecords found;
-    found.add(cache.files.at("/logs/0"));
+    found.add(cache.files.at("/logs/0"), cache);
     found.add(files[1]);
     const auto leaveOut = [](const UsageRecord& r) { return r.session == "session-1"; };
     found.eraseIf(leaveOut);
