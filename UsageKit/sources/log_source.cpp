@@ -43,17 +43,23 @@ std::string_view commonDirectory(const std::vector<std::string>& files) {
 
 // Every file's stamp, on all cores. A rescan of unchanged logs is mostly these stats, and
 // most of a stat is the walk down the path: each is made relative to the directory the
-// files share, opened once.
+// files share. Each block of files opens that directory for itself: in a process with
+// several threads every use of a descriptor counts a reference on it, and two cores
+// counting on the same one would pass its count back and forth on every stat.
 std::vector<ScanCache::Stamp> stampsOf(const std::vector<std::string>& files) {
     std::vector<ScanCache::Stamp> found(files.size());
     const std::string common(commonDirectory(files));
-    const int directory =
-        common.size() > 1 ? ::open(common.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC) : -1;
-    const size_t skip = directory >= 0 ? common.size() : 0;
-    onScanThreads(files.size(), 512, [&](size_t i) {
-        found[i] = ScanCache::stamp(directory >= 0 ? directory : AT_FDCWD, files[i].c_str() + skip);
+    constexpr size_t kBlock = 256;
+    onScanThreads((files.size() + kBlock - 1) / kBlock, 2, [&](size_t block) {
+        const int directory =
+            common.size() > 1 ? ::open(common.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC) : -1;
+        const size_t skip = directory >= 0 ? common.size() : 0;
+        const size_t end = std::min(files.size(), (block + 1) * kBlock);
+        for (size_t i = block * kBlock; i < end; ++i)
+            found[i] =
+                ScanCache::stamp(directory >= 0 ? directory : AT_FDCWD, files[i].c_str() + skip);
+        if (directory >= 0) ::close(directory);
     });
-    if (directory >= 0) ::close(directory);
     return found;
 }
 
