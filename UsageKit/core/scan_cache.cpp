@@ -232,6 +232,12 @@ std::shared_ptr<const void> ScanCache::packedImage() {
     return m_packedImage;
 }
 
+size_t ScanCache::packedRecordCount() {
+    std::lock_guard lock(m_mutex);
+    settleLocked();
+    return m_packedImage ? m_packedImage->records.size() : 0;
+}
+
 void ScanCache::pruneUnvisited() {
     std::lock_guard lock(m_mutex);
     settleLocked();

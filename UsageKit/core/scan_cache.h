@@ -161,6 +161,8 @@ struct ScanCache {
     // What the packed records hit() hands out point into, if any were loaded: whoever keeps
     // such records beyond this cache's life holds this too.
     std::shared_ptr<const void> packedImage();
+    // How many records the loaded image holds: a rescan of unchanged logs finds them all.
+    size_t packedRecordCount();
 
     // Drops the entries of every file this scan did not ask for: logs that are gone.
     void pruneUnvisited();

@@ -20,7 +20,8 @@ void sortNewestFirst(std::vector<UsageRecord>& records) {
     records = newestFirst(std::move(parts));
 }
 
-std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
+std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts,
+                                     std::vector<UsageRecord> room) {
     // Sorting compact places and then filling each record's slot once beats moving records
     // about while sorting: a record is a dozen fields, four of them strings, and thousands
     // of them lie far apart in memory. A packed record's date was noted when its image was read.
@@ -37,11 +38,13 @@ std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
 
     // Unpacking builds every string of every cached record, so both cores share it, each
     // filling whole blocks of slots: neighbouring slots written by two threads would share
-    // cache lines. Making the slots is mostly first touches of fresh memory, so another
-    // core makes them while this one sorts.
+    // cache lines. Making the slots is mostly first touches of fresh memory, so unless they
+    // were made ahead, another core makes them while this one sorts.
     constexpr size_t kBlock = 256;
     const size_t blocks = (count + kBlock - 1) / kBlock;
     std::vector<UsageRecord> sorted;
+    const bool made = room.size() == count;
+    if (made) sorted = std::move(room);
     std::atomic<size_t> nextBlock{0};
     auto fill = [&] {
         for (size_t block; (block = nextBlock.fetch_add(1, std::memory_order_relaxed)) < blocks;) {
@@ -60,7 +63,7 @@ std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts) {
         try {
             helper.emplace([&] {
                 try {
-                    sorted = std::vector<UsageRecord>(count);
+                    if (!made) sorted = std::vector<UsageRecord>(count);
                 } catch (const std::bad_alloc&) {
                     // left to the sorting thread, which reports it
                 }

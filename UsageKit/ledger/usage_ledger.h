@@ -88,6 +88,9 @@ class UsageLedger {
 void sortNewestFirst(std::vector<UsageRecord>& records);
 // The records of all `parts`, taken as if joined in order, newest first; records with equal
 // dates keep that order. Each record is moved or unpacked once, straight to its place.
-std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts);
+// `room`, default records made ahead of time by a thread with nothing else to do, becomes
+// the result when it holds exactly as many records as `parts`.
+std::vector<UsageRecord> newestFirst(std::vector<FoundRecords> parts,
+                                     std::vector<UsageRecord> room = {});
 
 }  // namespace usagekit

@@ -60,27 +60,41 @@ TEST(NewestFirst, PackedAndParsedRecordsTakeTheirPlacesAndTiesKeepTheirOrder) {
 
     // A source's files in walk order, some parsed this scan and some unchanged, then a
     // second source that parsed everything.
-    FoundRecords first, second;
-    std::vector<UsageRecord> firstInOrder;
+    std::vector<UsageRecord> firstInOrder, secondInOrder;
     for (size_t i = 0; i < 50; ++i) {
-        const size_t file = (i * 17) % 50;
-        if (file % 4 == 0)
-            first.add(files[file]);
-        else
-            first.add(cache->files.at("/logs/" + std::to_string(file)), *cache);
-        firstInOrder.insert(firstInOrder.end(), files[file].begin(), files[file].end());
+        const std::vector<UsageRecord>& file = files[(i * 17) % 50];
+        firstInOrder.insert(firstInOrder.end(), file.begin(), file.end());
     }
-    std::vector<UsageRecord> secondInOrder;
     for (size_t file = 50; file < files.size(); ++file)
         secondInOrder.insert(secondInOrder.end(), files[file].begin(), files[file].end());
-    second.add(secondInOrder);
-    ASSERT_GT(first.size() + second.size(), 2000u);
+    auto found = [&] {
+        FoundRecords first, second;
+        for (size_t i = 0; i < 50; ++i) {
+            const size_t file = (i * 17) % 50;
+            if (file % 4 == 0)
+                first.add(files[file]);
+            else
+                first.add(cache->files.at("/logs/" + std::to_string(file)), *cache);
+        }
+        second.add(secondInOrder);
+        std::vector<FoundRecords> parts;
+        parts.push_back(std::move(first));
+        parts.push_back(std::move(second));
+        return parts;
+    };
+    // Once without room made ahead, once with just enough, and with too little or too much.
+    std::vector<std::vector<FoundRecords>> scans;
+    for (int i = 0; i < 4; ++i)
+        scans.push_back(found());
+    const size_t count = firstInOrder.size() + secondInOrder.size();
+    ASSERT_GT(count, 2000u);
     cache.reset();  // what was found holds the image its packed records lie in
 
-    std::vector<FoundRecords> parts;
-    parts.push_back(std::move(first));
-    parts.push_back(std::move(second));
-    EXPECT_EQ(newestFirst(std::move(parts)), joinedNewestFirst({firstInOrder, secondInOrder}));
+    const std::vector<UsageRecord> expected = joinedNewestFirst({firstInOrder, secondInOrder});
+    EXPECT_EQ(newestFirst(std::move(scans[0])), expected);
+    EXPECT_EQ(newestFirst(std::move(scans[1]), std::vector<UsageRecord>(count)), expected);
+    EXPECT_EQ(newestFirst(std::move(scans[2]), std::vector<UsageRecord>(count - 1)), expected);
+    EXPECT_EQ(newestFirst(std::move(scans[3]), std::vector<UsageRecord>(count + 1)), expected);
 }
 
 TEST(NewestFirst, LeavingRecordsOutUnpacksTheRestInOrder) {
