@@ -175,6 +175,9 @@ std::optional<ScanCache> ScanCache::fromImage(std::string image, const FileIdent
     const uint32_t entries = r.count(kEntrySize);
     cache.files.reserve(entries);
     cache.files.holdText(read);
+    // Room for as many records as the payload could hold at the least each takes: the
+    // list never moves while it fills, and the room it does not use is never touched.
+    read->records.reserve(r.rest().size() / kRecordSize);
     UsageRecord checked;
     for (uint32_t i = 0; i < entries; ++i) {
         const std::string_view path = r.text();
