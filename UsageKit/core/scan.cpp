@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <iterator>
+#include <span>
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -66,10 +68,10 @@ bool list(int at, const char* path, Listing& listing) {
 }
 
 struct Walk {
-    std::string_view named;
+    std::span<const std::string_view> named;
     DirectoryIndex* index;
-    int64_t now;  // nanoseconds since 1970, when the walk began
-    std::vector<std::string>& found;
+    int64_t now;                                // nanoseconds since 1970, when the walk began
+    std::span<std::vector<std::string>> found;  // one list per ending in `named`
     // The root, open, and how much of a path below it names it: the directories below are
     // reached relative to it, which spares each stat and open the walk down the whole path.
     int root;
@@ -102,7 +104,8 @@ struct Walk {
         for (const DirectoryIndex::Entry& entry : listing->entries) {
             path.resize(parentLength);
             path += entry.name;
-            if (entry.name.ends_with(named)) found.push_back(path);
+            for (size_t i = 0; i < named.size(); ++i)
+                if (entry.name.ends_with(named[i])) found[i].push_back(path);
             // No log tree is anywhere near this deep; a loop of bind mounts could be.
             if (entry.isDirectory && depth < 64) visit(depth + 1);
         }
@@ -113,25 +116,36 @@ struct Walk {
 
 }  // namespace
 
-std::vector<std::string> files(const fs::path& under, std::string_view named,
+std::vector<std::string> files(const fs::path& under, std::initializer_list<std::string_view> named,
                                DirectoryIndex* index) {
-    std::vector<std::string> found;
+    std::vector<std::vector<std::string>> found(named.size());
     std::string root = under.string();
     while (root.size() > 1 && root.back() == '/')
         root.pop_back();
     // The root is followed should it be a link; nothing below it is.
     const int rootFd = ::open(root.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (rootFd < 0) return found;
+    if (rootFd < 0) return {};
     struct timespec now {};
     ::clock_gettime(CLOCK_REALTIME, &now);
     const size_t rootLength = root == "/" ? 1 : root.size() + 1;
-    Walk walk{
-        named,          index,  static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec,
-        found,          rootFd, rootLength,
-        std::move(root)};
+    Walk walk{std::span(named.begin(), named.size()),
+              index,
+              static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec,
+              found,
+              rootFd,
+              rootLength,
+              std::move(root)};
     walk.visit(0);
     ::close(rootFd);
-    return found;
+    std::vector<std::string> all = std::move(found[0]);
+    for (size_t i = 1; i < found.size(); ++i)
+        std::move(found[i].begin(), found[i].end(), std::back_inserter(all));
+    return all;
+}
+
+std::vector<std::string> files(const fs::path& under, std::string_view named,
+                               DirectoryIndex* index) {
+    return files(under, {named}, index);
 }
 
 namespace {

@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -27,6 +28,11 @@ namespace fs = std::filesystem;
 // Paths come back as plain strings: a rescan handles thousands of them, and a
 // std::filesystem::path allocates every component of itself again.
 std::vector<std::string> files(const fs::path& under, std::string_view named,
+                               DirectoryIndex* index = nullptr);
+// The same for several endings from one walk: every entry ending with the first, then every
+// one ending with the second, and so on, as one call per ending would list them. Each
+// directory is stat'ed once rather than once per ending.
+std::vector<std::string> files(const fs::path& under, std::initializer_list<std::string_view> named,
                                DirectoryIndex* index = nullptr);
 
 // ISO 8601 with or without fractional seconds; absent otherwise.

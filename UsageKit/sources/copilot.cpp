@@ -94,9 +94,8 @@ std::vector<fs::path> CopilotSource::roots() {
 std::vector<std::string> CopilotSource::files(DirectoryIndex* index) {
     std::vector<std::string> found;
     for (const fs::path& root : roots())
-        for (std::string_view suffix : {".jsonl", ".json"})
-            for (std::string& file : Scan::files(root, suffix, index))
-                found.push_back(std::move(file));
+        for (std::string& file : Scan::files(root, {".jsonl", ".json"}, index))
+            found.push_back(std::move(file));
     return found;
 }
 

@@ -241,9 +241,8 @@ std::vector<std::string> GeminiCLISource::files(DirectoryIndex* index) {
     std::vector<std::string> found;
     for (const fs::path& home : TallyPaths::geminiHomes()) {
         const fs::path tmp = home / "tmp";
-        for (std::string_view suffix : {".jsonl", ".json"})
-            for (std::string& file : Scan::files(tmp, suffix, index))
-                if (isChatFile(file)) found.push_back(std::move(file));
+        for (std::string& file : Scan::files(tmp, {".jsonl", ".json"}, index))
+            if (isChatFile(file)) found.push_back(std::move(file));
     }
     return found;
 }

@@ -21,7 +21,10 @@ unsigned scanThreads() {
         } catch (const std::exception&) {
         }
     }
-    return std::max(1u, std::thread::hardware_concurrency());
+    // Counted once: glibc reads /sys/devices/system/cpu/online for every count, and a scan
+    // asks a dozen times.
+    static const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+    return cores;
 }
 
 namespace {

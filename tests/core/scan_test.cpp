@@ -127,6 +127,24 @@ TEST_F(ScanFiles, FindsBySuffixAndSkipsHiddenEntries) {
     EXPECT_TRUE(Scan::files(home / "missing", ".jsonl").empty());
 }
 
+TEST_F(ScanFiles, SeveralEndingsComeOutAsOneWalkPerEndingListsThem) {
+    // Interleaved in the tree, grouped by ending in the result; a name with both endings
+    // is in both groups.
+    write("t/a.json", "");
+    write("t/b.jsonl", "");
+    write("t/x/c.json", "");
+    write("t/x/d.jsonl", "");
+    write("t/x/y/logs.json", "");
+    const fs::path t = home / "t";
+    std::vector<std::string> separately = Scan::files(t, ".jsonl");
+    for (std::string_view ending : {".json", "s.json"})
+        for (std::string& file : Scan::files(t, ending))
+            separately.push_back(std::move(file));
+    EXPECT_EQ(Scan::files(t, {".jsonl", ".json", "s.json"}), separately);
+    EXPECT_EQ(separately.size(), 6u);
+    EXPECT_TRUE(Scan::files(home / "missing", {".jsonl", ".json"}).empty());
+}
+
 class ScanCacheTest : public testing::TempHome {
   protected:
     int parses = 0;
