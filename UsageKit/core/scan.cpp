@@ -9,6 +9,7 @@
 
 #include <bit>
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <ctime>
@@ -209,6 +210,12 @@ std::optional<Date> date(std::string_view text) {
 
 namespace {
 
+// Folds keep whole seconds, as the scan cache does: a log's records read again from the
+// cache are then equal to those parsed from it, and sort among others in the same order.
+Date wholeSeconds(Date date) {
+    return Date{std::floor(date.secondsSince1970)};
+}
+
 void appendKey(std::string& key, const UsageRecord& r, std::string_view dayStart) {
     key += r.provider.id;
     key += '|';
@@ -263,13 +270,14 @@ bool Folder::addToExisting(const UsageRecord& record) {
     }
     if (record.reportedCostUSD)
         into.reportedCostUSD = into.reportedCostUSD.value_or(0) + *record.reportedCostUSD;
-    if (record.date > into.date) into.date = record.date;
+    if (const Date date = wholeSeconds(record.date); date > into.date) into.date = date;
     return true;
 }
 
 void Folder::start(UsageRecord record) {
     m_index.emplace(m_key, m_folded.size());
     record.id = m_key;
+    record.date = wholeSeconds(record.date);
     m_folded.push_back(std::move(record));
 }
 

@@ -90,6 +90,28 @@ TEST_F(LocalScan, EqualDatesKeepSourceOrderThenTheAppLedger) {
               (std::vector<std::string>{"Gemini CLI: late", "GitHub Copilot: early"}));
 }
 
+TEST_F(LocalScan, LogsReadBackFromTheCacheGiveWhatParsingThemGave) {
+    // Two sessions' replies within one second: parsed, the later fraction would sort first;
+    // the cache keeps whole seconds. Both scans must agree, record for record and in order.
+    auto reply = [](const char* session, int input, const char* time) {
+        return std::string(R"({"type":"assistant","cwd":"/p","sessionId":")") + session +
+               R"(","uuid":"u-)" + session +
+               R"(","message":{"model":"claude-sonnet-4-6","usage":{"input_tokens":)" +
+               std::to_string(input) + R"(}},"timestamp":")" + time + "\"}\n";
+    };
+    for (int i = 0; i < 8; ++i) {
+        const std::string session = "s" + std::to_string(i);
+        write(".claude/projects/p/" + session + ".jsonl",
+              reply(session.c_str(), i + 1,
+                    i % 2 ? "2026-03-02T10:00:00.900Z" : "2026-03-02T10:00:00.100Z"));
+    }
+    UsageLedger parsed(Pricing::builtIn()), cached(Pricing::builtIn());
+    parsed.scanLocal();
+    cached.scanLocal();
+    ASSERT_EQ(parsed.records.size(), 8u);
+    EXPECT_EQ(cached.records, parsed.records);
+}
+
 TEST_F(LocalScan, CacheEntriesOfVanishedLogsArePruned) {
     fs::path kept = write(".claude/projects/p/kept.jsonl", "{}\n");
     fs::path gone = write(".claude/projects/p/gone.jsonl", "{}\n");
