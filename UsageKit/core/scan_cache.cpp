@@ -100,8 +100,18 @@ ScanCache ScanCache::loadInBackground() {
     waitForSave();
     ScanCache cache;
     try {
-        auto read = std::make_shared<std::packaged_task<ScanCache()>>(
-            [json = file(), image = imageFile()] { return readSaved(json, image); });
+        auto read =
+            std::make_shared<std::packaged_task<ScanCache()>>([json = file(), image = imageFile()] {
+                ScanCache loaded = readSaved(json, image);
+                if (loaded.m_packedImage) {
+                    try {
+                        loaded.m_slots.resize(loaded.m_packedImage->records.size());
+                    } catch (const std::bad_alloc&) {
+                        // the scan makes its own
+                    }
+                }
+                return loaded;
+            });
         cache.m_loading = std::make_shared<Loading>();
         cache.m_loading->files = read->get_future();
         cache.m_loading->reader.emplace([read] { (*read)(); });
@@ -132,6 +142,7 @@ void ScanCache::settleLocked() {
     changed = loaded.changed;
     m_imageMissingFor = loaded.m_imageMissingFor;
     m_packedImage = std::move(loaded.m_packedImage);
+    m_slots = std::move(loaded.m_slots);
 }
 
 void ScanCache::save() {
@@ -232,10 +243,10 @@ std::shared_ptr<const void> ScanCache::packedImage() {
     return m_packedImage;
 }
 
-size_t ScanCache::packedRecordCount() {
+std::vector<UsageRecord> ScanCache::takeSlots() {
     std::lock_guard lock(m_mutex);
     settleLocked();
-    return m_packedImage ? m_packedImage->records.size() : 0;
+    return std::move(m_slots);
 }
 
 void ScanCache::pruneUnvisited() {

@@ -161,8 +161,11 @@ struct ScanCache {
     // What the packed records hit() hands out point into, if any were loaded: whoever keeps
     // such records beyond this cache's life holds this too.
     std::shared_ptr<const void> packedImage();
-    // How many records the loaded image holds: a rescan of unchanged logs finds them all.
-    size_t packedRecordCount();
+    // Empty records, as many as the loaded image holds: a rescan of unchanged logs finds them
+    // all, and unpacks them into these. loadInBackground() makes them on its thread once the
+    // image is read, while the sources still stat their logs; making thousands of records
+    // is mostly first touches of fresh memory. Empty when there is no image, or once taken.
+    std::vector<UsageRecord> takeSlots();
 
     // Drops the entries of every file this scan did not ask for: logs that are gone.
     void pruneUnvisited();
@@ -201,6 +204,7 @@ struct ScanCache {
     // the next save writes the image even when the entries did not change.
     std::optional<FileIdentity> m_imageMissingFor;
     std::shared_ptr<const PackedRecords::Image> m_packedImage;
+    std::vector<UsageRecord> m_slots;  // for takeSlots()
 
     // The entries saved in `json` (through `image` when that mirrors it), or an empty cache.
     static ScanCache readSaved(const std::filesystem::path& json,

@@ -33,21 +33,10 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
     // The sources scan side by side, the first (the largest) on this thread while another
     // takes the rest in turn: each is mostly stats and small reads, and one after another
     // they would leave a core idle. What each finds lands in its own slot, taken in source
-    // order, so the outcome never depends on timing. The thread that runs out of sources
-    // first makes room for the sorted records meanwhile: as many as a rescan of unchanged
-    // logs finds.
+    // order, so the outcome never depends on timing.
     std::vector<FoundRecords> scanned(sources.size());
     std::vector<std::optional<std::string>> failures(sources.size());
-    std::vector<UsageRecord> room;
-    onScanThreads(sources.size() + 1, 1, [&](size_t i) {
-        if (i == sources.size()) {
-            try {
-                room = std::vector<UsageRecord>(cache.packedRecordCount());
-            } catch (const std::bad_alloc&) {
-                // the sort makes its own
-            }
-            return;
-        }
+    onScanThreads(sources.size(), 1, [&](size_t i) {
         try {
             scanned[i] = sources[i]->scan(cache);
         } catch (const std::exception& error) {
@@ -72,7 +61,7 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
             });
     scanned.emplace_back(std::move(own));
 
-    records = newestFirst(std::move(scanned), std::move(room));
+    records = newestFirst(std::move(scanned), cache.takeSlots());
     problems = std::move(found);
     lastScan = Date::now();
     // Last, so that writing the cache does not compete with the work before the records.

@@ -212,6 +212,9 @@ TEST_F(ScanCacheTest, SavedCacheLoadsBackAndOtherVersionsAreDiscarded) {
     EXPECT_EQ(parses, 2);
     background.settle();
     EXPECT_EQ(background.files, loaded.files);
+    // It made a slot for each record it holds packed, once.
+    EXPECT_EQ(background.takeSlots().size(), 1u);
+    EXPECT_TRUE(background.takeSlots().empty());
 
     std::string text = testing::readText(ScanCache::file());
     text.replace(text.find("\"version\" : 4"), 13, "\"version\" : 3");
