@@ -6,6 +6,9 @@
 //   in app  the same rescan in a process that has scanned before (as the desktop app makes
 //           it every few minutes): its memory is already mapped
 //   append  a rescan after one line was appended to one Claude Code log
+//   stats   one stat of every log file and log directory on all cores, as a rescan stats
+//           them and nothing else: the floor of a warm rescan, which no rescan that would
+//           notice an appended line can go below
 // Each run happens in a freshly started process, so its peak RSS is its own; medians of
 // --runs.
 // A scan's records are ready before its cache is on disk (the cache is written on a
@@ -15,14 +18,17 @@
 #include "core/scan_cache.h"
 #include "ledger/summary.h"
 #include "ledger/usage_ledger.h"
+#include "sources/log_source.h"
 
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -38,6 +44,7 @@ namespace {
 
 struct Corpus {
     std::vector<fs::path> files;
+    std::vector<fs::path> directories;
     uint64_t bytes = 0;
 };
 
@@ -47,12 +54,35 @@ Corpus logFiles(const fs::path& home) {
         std::error_code ec;
         for (auto it = fs::recursive_directory_iterator(home / name, ec);
              !ec && it != fs::recursive_directory_iterator(); it.increment(ec)) {
+            if (it->is_directory()) corpus.directories.push_back(it->path());
             if (!it->is_regular_file()) continue;
             corpus.files.push_back(it->path());
             corpus.bytes += it->file_size();
         }
     }
     return corpus;
+}
+
+// The stats floor: every log file and log directory stat'ed once, relative to the home, in
+// blocks on all cores as the scan stats its logs.
+uint64_t statFloor(const fs::path& home, const Corpus& corpus) {
+    std::vector<std::string> paths;
+    for (const auto* list : {&corpus.directories, &corpus.files})
+        for (const fs::path& path : *list)
+            paths.push_back(path.lexically_relative(home).string());
+    std::atomic<uint64_t> found{0};
+    constexpr size_t kBlock = 256;
+    onScanThreads((paths.size() + kBlock - 1) / kBlock, 2, [&](size_t block) {
+        const int at = ::open(home.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+        uint64_t here = 0;
+        for (size_t i = block * kBlock; i < std::min(paths.size(), (block + 1) * kBlock); ++i) {
+            struct stat info {};
+            here += ::fstatat(at, paths[i].c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+        }
+        if (at >= 0) ::close(at);
+        found += here;
+    });
+    return found;
 }
 
 // The floor: every byte read once, lines split and searched, nothing parsed.
@@ -86,8 +116,8 @@ struct Sample {
 };
 
 // What a child process measures (`scan_bench --child WHAT --home DIR`).
-enum class Work { floor, scan, rescan };
-constexpr const char* kWorkNames[] = {"floor", "scan", "rescan"};
+enum class Work { floor, scan, rescan, stats };
+constexpr const char* kWorkNames[] = {"floor", "scan", "rescan", "stats"};
 
 // Runs `what` in a freshly started copy of this program, as `tally --scan` runs: a forked
 // child would inherit this process's heap and pay copy-on-write faults that no real scan
@@ -128,7 +158,7 @@ void scan() {
 // The child's side: prepares, times the work, writes the times to `out`.
 int runChild(std::string_view what, const fs::path& home, int out) {
     Corpus corpus;
-    if (what == "floor") corpus = logFiles(home);
+    if (what == "floor" || what == "stats") corpus = logFiles(home);
     if (what == "rescan") scan();
     ScanCache::waitForSave();
     const auto start = std::chrono::steady_clock::now();
@@ -138,6 +168,8 @@ int runChild(std::string_view what, const fs::path& home, int out) {
     };
     if (what == "floor")
         readFloor(corpus);
+    else if (what == "stats")
+        statFloor(home, corpus);
     else
         scan();
     double times[2] = {since(), 0};
@@ -209,9 +241,11 @@ int main(int argc, char** argv) {
     TallyPaths::setSupport(support);
 
     const Corpus corpus = logFiles(home);
-    std::printf("corpus: %zu log files, %.1f MB under %s; %d runs each, medians\n",
-                corpus.files.size(), static_cast<double>(corpus.bytes) / (1 << 20), home.c_str(),
-                runs);
+    std::printf(
+        "corpus: %zu log files in %zu directories, %.1f MB under %s; %d runs each, "
+        "medians\n",
+        corpus.files.size(), corpus.directories.size(),
+        static_cast<double>(corpus.bytes) / (1 << 20), home.c_str(), runs);
     readFloor(corpus);  // warm the page cache
 
     fs::path appended;
@@ -223,7 +257,7 @@ int main(int argc, char** argv) {
     // Each round measures everything once, so that a slow spell of the machine weighs on
     // all the figures alike rather than on whichever was being measured at the time, and
     // the ratios stay fair.
-    std::vector<Sample> floor, cold, warm, inApp, append;
+    std::vector<Sample> floor, cold, warm, inApp, append, stats;
     for (int r = 0; r < runs; ++r) {
         floor.push_back(inChild(Work::floor, home));
         fs::remove_all(support);
@@ -235,6 +269,7 @@ int main(int argc, char** argv) {
             << r << R"(","timestamp":"2026-01-01T00:00:00Z"})"
             << "\n";
         append.push_back(inChild(Work::scan, home));
+        stats.push_back(inChild(Work::stats, home));
     }
 
     const Sample f = median(floor), c = median(cold);
@@ -243,6 +278,7 @@ int main(int argc, char** argv) {
     report("warm", median(warm), corpus, 0, c.ms, "cold");
     report("in app", median(inApp), corpus, 0, c.ms, "cold");
     report("append", median(append), corpus, 1, c.ms, "cold");
+    report("stats", median(stats), corpus, 0, c.ms, "cold");
     fs::remove_all(support);
     return 0;
 }
