@@ -246,7 +246,9 @@ uint64_t writeGemini(const fs::path& home, Random& rng, const Options& o) {
            iso(t) + R"(","kind":"main"})");
     for (int i = 0; i < 40; ++i) {
         t += 30;
-        const std::string id = "g" + std::to_string(i);
+        // Appended rather than concatenated: GCC 12 warns (-Wrestrict) on "literal" + string.
+        std::string id = "g";
+        id += std::to_string(i);
         const std::string head = R"({"id":")" + id + R"(","timestamp":")" + iso(t) +
                                  R"(","type":"gemini","content":")" + filler(rng, 400) +
                                  R"(","model":"gemini-2.5-pro","tokens":)";
