@@ -103,13 +103,7 @@ ScanCache ScanCache::loadInBackground() {
         auto read =
             std::make_shared<std::packaged_task<ScanCache()>>([json = file(), image = imageFile()] {
                 ScanCache loaded = readSaved(json, image);
-                if (loaded.m_packedImage) {
-                    try {
-                        loaded.m_slots.resize(loaded.m_packedImage->records.size());
-                    } catch (const std::bad_alloc&) {
-                        // the scan makes its own
-                    }
-                }
+                loaded.makeSlots();
                 return loaded;
             });
         cache.m_loading = std::make_shared<Loading>();
@@ -241,6 +235,15 @@ std::shared_ptr<const void> ScanCache::packedImage() {
     std::lock_guard lock(m_mutex);
     settleLocked();
     return m_packedImage;
+}
+
+void ScanCache::makeSlots() noexcept {
+    if (!m_packedImage) return;
+    try {
+        m_slots.resize(m_packedImage->records.size());
+    } catch (const std::bad_alloc&) {
+        // the scan makes its own
+    }
 }
 
 std::vector<UsageRecord> ScanCache::takeSlots() {

@@ -205,6 +205,8 @@ struct ScanCache {
     std::optional<FileIdentity> m_imageMissingFor;
     std::shared_ptr<const PackedRecords::Image> m_packedImage;
     std::vector<UsageRecord> m_slots;  // for takeSlots()
+    // One empty slot per packed record, unless there is no memory for them.
+    void makeSlots() noexcept;
 
     // The entries saved in `json` (through `image` when that mirrors it), or an empty cache.
     static ScanCache readSaved(const std::filesystem::path& json,
