@@ -1,5 +1,6 @@
 #include "accounts/http.h"
 
+#include "core/redact.h"
 #include "core/text.h"
 
 #include <curl/curl.h>
@@ -230,15 +231,20 @@ std::string encodedPairs(const Query& pairs) {
     return out;
 }
 
-JSONDocument checked(Response response) {
-    if (response.status < 200 || response.status > 299)
-        throw Err(response.status, std::move(response.body));
+// An error answer may echo the request, headers included: what we sent is cut out of it.
+JSONDocument checked(Response response, const Headers& sent) {
+    if (response.status < 200 || response.status > 299) {
+        std::vector<std::string> values;
+        for (const auto& header : sent)
+            values.push_back(header.second);
+        throw Err(response.status, Redact::secrets(response.body, values));
+    }
     return std::move(response.json);
 }
 
 }  // namespace
 
-Err::Err(int64_t status_, std::string body_) : status(status_), body(std::move(body_)) {
+Err::Err(int64_t status_, std::string body_) : status(status_), body(Redact::secrets(body_)) {
     if (status == 401 || status == 403)
         m_description = "Rejected the key (HTTP " + std::to_string(status) + ").";
     else
@@ -302,14 +308,14 @@ Response sendRaw(const Request& request) {
 }
 
 JSONDocument get(const std::string& url, const Headers& headers, double timeout) {
-    return checked(sendRaw(Request{"GET", url, headers, std::nullopt, timeout}));
+    return checked(sendRaw(Request{"GET", url, headers, std::nullopt, timeout}), headers);
 }
 
 JSONDocument post(const std::string& url, const Headers& headers,
                   const std::optional<std::string>& jsonBody, double timeout) {
     Request request{"POST", url, headers, jsonBody, timeout};
     if (jsonBody) setHeader(request.headers, "Content-Type", "application/json");
-    return checked(sendRaw(request));
+    return checked(sendRaw(request), request.headers);
 }
 
 std::pair<int64_t, JSONDocument> postJSON(const std::string& url, const std::string& jsonBody,

@@ -27,7 +27,8 @@ using Query = std::vector<std::pair<std::string, std::string>>;
 
 // A non-2xx answer from get() or post(). status 0: the answer was not an HTTP answer.
 // what() is the text the user sees: "Rejected the key (HTTP 401)." for 401 and 403,
-// otherwise "HTTP 500 — " followed by the first 240 characters of the body.
+// otherwise "HTTP 500 — " followed by the first 240 characters of the body. Credentials in
+// the body (what was sent, or anything shaped like a key) are cut out before it is kept.
 struct Err : std::exception {
     Err(int64_t status, std::string body);
     const char* what() const noexcept override { return m_description.c_str(); }

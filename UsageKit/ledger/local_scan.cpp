@@ -1,5 +1,6 @@
 #include "ledger/usage_ledger.h"
 
+#include "core/redact.h"
 #include "core/scan_cache.h"
 #include "sources/app_ledger.h"
 #include "sources/claude_code.h"
@@ -40,7 +41,7 @@ void UsageLedger::scanLocal(const std::vector<const UsageSource*>& sources) {
         try {
             scanned[i] = sources[i]->scan(cache);
         } catch (const std::exception& error) {
-            failures[i] = sources[i]->provider().name() + ": " + error.what();
+            failures[i] = sources[i]->provider().name() + ": " + Redact::secrets(error.what());
         }
     });
     std::vector<std::string> found;

@@ -1,6 +1,7 @@
 #include "accounts/anthropic_admin.h"
 #include "accounts/cursor.h"
 #include "accounts/openai_usage.h"
+#include "core/redact.h"
 #include "ledger/usage_ledger.h"
 
 #include <algorithm>
@@ -47,7 +48,8 @@ void UsageLedger::refreshRemote(const RemoteSources& sources) {
         try {
             use(fetch());
         } catch (const std::exception& error) {
-            found.push_back(std::string("API ") + name + " \u2014 " + error.what());
+            found.push_back(std::string("API ") + name + " \u2014 " +
+                            Redact::secrets(error.what()));
         }
     };
     auto append = [&](std::vector<UsageRecord> fresh) {

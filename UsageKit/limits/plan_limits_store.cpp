@@ -3,6 +3,7 @@
 #include "core/checked.h"
 #include "core/json_coding.h"
 #include "core/paths.h"
+#include "core/redact.h"
 #include "core/store.h"
 #include "core/text.h"
 #include "limits/plan_limit_sources.h"
@@ -77,7 +78,7 @@ PlanLimitsStore::Snapshot PlanLimitsStore::refresh(Date now, Notifier* notifier)
             byProvider["claude"] = PlanLimitSources::claude(now);
             snapshot.problems.erase("claude");
         } catch (const std::exception& error) {
-            snapshot.problems["claude"] = error.what();
+            snapshot.problems["claude"] = Redact::secrets(error.what());
         }
     }
 
