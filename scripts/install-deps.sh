@@ -13,7 +13,8 @@ packages=(
   libgtest-dev libgmock-dev libcpp-httplib-dev libbenchmark-dev
   dbus dbus-x11 gnome-keyring libsecret-tools
   # desktop shell and its tests
-  qt6-base-dev qt6-charts-dev qt6-svg-dev libqt6svg6 xvfb xauth
+  qt6-base-dev qt6-charts-dev qt6-svg-dev libqt6svg6 libqt6opengl6-dev libxkbcommon-dev
+  qt6-qpa-plugins xvfb xauth libglib2.0-bin fonts-dejavu-core
 )
 
 missing=()
