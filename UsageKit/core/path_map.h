@@ -125,10 +125,10 @@ class PathMap {
 
     // A table of at least `count` slots (a power of two) filled from the items.
     void rehash(size_t count) {
-        size_t slots = 16;
-        while (slots < count)
-            slots *= 2;
-        m_slots.assign(slots, Slot());
+        size_t slotCount = 16;
+        while (slotCount < count)
+            slotCount *= 2;
+        m_slots.assign(slotCount, Slot());
         for (uint32_t i = 0; i < m_items.size(); ++i) {
             const size_t pathHash = hash(m_items[i].first);
             m_slots[locate(m_items[i].first, pathHash)] = {static_cast<uint32_t>(pathHash), i};
