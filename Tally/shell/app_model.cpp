@@ -31,7 +31,9 @@ AppModel::AppModel(Notifier* notifier, Services services, QObject* parent)
       m_budgets(SpendBudget::load()),
       m_limits(PlanLimitsStore::shared().cached()),
       m_clock(m_services.now()),
-      m_announced(Announced::load()) {
+      m_announced(Announced::load()),
+      m_scanTimer(this),
+      m_clockTimer(this) {
     // A scan and a limits refresh may run side by side; nothing else runs in the pool.
     m_workers.setMaxThreadCount(2);
     m_scanTimer.setTimerType(Qt::VeryCoarseTimer);
