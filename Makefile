@@ -1,5 +1,5 @@
 # Thin wrapper over CMake. `make test` and `make run` are the two commands of the README.
-.PHONY: deps test run demo bench release format clean
+.PHONY: deps test run demo bench bench-desktop release format clean
 
 TEST_DIR    := build/test
 RELEASE_DIR := build/release
@@ -18,9 +18,17 @@ release: deps
 	@cmake -S . -B $(RELEASE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 	@cmake --build $(RELEASE_DIR) -j $(JOBS) --target tally
 
-# Tally's main job on this machine's own logs.
+# Tally's main job on this machine's own logs: the desktop app where there is a display
+# (tally exits 1 when it finds none), else the terminal summary.
 run: release
-	@$(RELEASE_DIR)/Tally/tally --scan
+	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then \
+		echo "Starting the Tally desktop app: its icon is in your tray, the dashboard opens."; \
+		echo "Quit from the tray menu; \`$(RELEASE_DIR)/Tally/tally --scan\` prints the summary instead."; \
+		$(RELEASE_DIR)/Tally/tally || { [ $$? -eq 1 ] && $(RELEASE_DIR)/Tally/tally --scan; }; \
+	else \
+		echo "No display here: running \`tally --scan\` (the desktop app needs one)."; \
+		$(RELEASE_DIR)/Tally/tally --scan; \
+	fi
 
 # A small made-up home with logs of every local tool, so Tally can be seen at work on a
 # machine that has none. Your own state is not touched.
@@ -39,6 +47,13 @@ bench: deps
 	@cmake --build $(RELEASE_DIR) -j $(JOBS) --target make_corpus scan_bench
 	@test -d $(BENCH_CORPUS)/home || $(RELEASE_DIR)/bench/make_corpus --out $(BENCH_CORPUS) --megabytes 1024 --files 3000 --seed 1
 	@$(RELEASE_DIR)/bench/scan_bench --home $(BENCH_CORPUS)/home --runs 5
+
+# The desktop app on the same corpus: tray start-up, GUI-thread stalls, idle wake-ups and
+# memory, under a virtual display and a private session bus.
+bench-desktop: bench
+	@cmake --build $(RELEASE_DIR) -j $(JOBS) --target desktop_bench
+	@xvfb-run -a -s "-screen 0 1280x800x24" dbus-run-session -- \
+		$(RELEASE_DIR)/bench/desktop_bench --home $(BENCH_CORPUS)/home --runs 5
 
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i

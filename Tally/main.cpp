@@ -1,9 +1,10 @@
-// Entry point of `tally`. Terminal commands run first, before any desktop object exists,
-// so they work on a machine without a display; anything else starts the desktop app.
+// Entry point of `tally`. Terminal commands run first and never load the desktop app, so
+// they work (and start fast) on a machine without a display; anything else starts the
+// desktop app.
 #include "headless.h"
 
 #ifdef TALLY_GUI
-#include "shell/desktop_app.h"
+#include "desktop_loader.h"
 #endif
 
 #include <cstdio>
@@ -13,7 +14,7 @@ int main(int argc, char** argv) {
     const tally::HeadlessOptions options = tally::parseArguments(arguments);
     if (options.any()) return tally::runHeadless(options);
 #ifdef TALLY_GUI
-    return tally::runDesktop(argc, argv);
+    return tally::runDesktopApp(argc, argv);
 #else
     std::fprintf(stderr, "%s", tally::usage().c_str());
     return 2;

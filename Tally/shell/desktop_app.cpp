@@ -2,7 +2,6 @@
 
 #include "shell/app_model.h"
 #include "shell/dashboard_window.h"
-#include "shell/display.h"
 #include "shell/glance_panel.h"
 #include "shell/glance_popup.h"
 #include "shell/process_exit.h"
@@ -31,10 +30,6 @@ bool hasArgument(int argc, char** argv, const char* wanted) {
 }  // namespace
 
 int runDesktop(int argc, char** argv) {
-    if (!Display::available()) {
-        std::fprintf(stderr, "no display to show Tally on; `tally --scan` works without one\n");
-        return 1;
-    }
     // Started by the session's autostart: only the tray icon, no window.
     const bool hidden = hasArgument(argc, argv, "--hidden");
 

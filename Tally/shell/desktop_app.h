@@ -5,8 +5,8 @@
 
 namespace tally {
 
-// 0 after Quit, or when another instance was asked to show itself; 1 with one line on
-// standard error when there is no display to show the app on.
+// 0 after Quit, or when another instance was asked to show itself. The caller has made
+// sure a display is there (Qt aborts the process when there is none).
 int runDesktop(int argc, char** argv);
 
 }  // namespace tally

@@ -1,4 +1,4 @@
-#include "shell/display.h"
+#include "display.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>
