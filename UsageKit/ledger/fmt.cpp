@@ -125,6 +125,11 @@ std::string ago(Date date, Date now) {
     return "just now";
 }
 
+std::string grouped(int64_t count) {
+    const std::string digits = std::to_string(count);
+    return digits[0] == '-' ? "-" + grouped(digits.substr(1)) : grouped(digits);
+}
+
 std::string n(int64_t count) {
     std::ostringstream out;
     try {
