@@ -127,7 +127,11 @@ std::string ago(Date date, Date now) {
 
 std::string grouped(int64_t count) {
     const std::string digits = std::to_string(count);
-    return digits[0] == '-' ? "-" + grouped(digits.substr(1)) : grouped(digits);
+    if (digits[0] != '-') return grouped(digits);
+    // Appended rather than "-" + text, which GCC 12's -Wrestrict flags in Release builds.
+    std::string text(1, '-');
+    text += grouped(digits.substr(1));
+    return text;
 }
 
 std::string n(int64_t count) {
