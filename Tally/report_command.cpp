@@ -44,6 +44,14 @@ ReportRequest parseReportArguments(const std::vector<std::string>& arguments) {
             if (i + 1 >= arguments.size()) return std::nullopt;
             return arguments[++i];
         };
+        // An option's value that must be `first` or `second`: whether it is `second`.
+        auto either = [&](const std::string& first,
+                          const std::string& second) -> std::optional<bool> {
+            const std::optional<std::string> text = value();
+            if (text == first || text == second) return text == second;
+            request.error = argument + " needs " + first + " or " + second;
+            return std::nullopt;
+        };
         if (argument == "--since" || argument == "--until") {
             const std::optional<std::string> text = value();
             const std::optional<Date> day = text ? Calendar::parseDay(*text) : std::nullopt;
@@ -67,17 +75,9 @@ ReportRequest parseReportArguments(const std::vector<std::string>& arguments) {
                     (id ? "unknown provider \"" + *id + "\"" : "--provider needs an id") +
                     " (known: " + ids + ")";
         } else if (argument == "--order") {
-            const std::optional<std::string> order = value();
-            if (order == "asc" || order == "desc")
-                options.ascending = *order == "asc";
-            else
-                request.error = "--order needs asc or desc";
+            if (const auto descending = either("asc", "desc")) options.ascending = !*descending;
         } else if (argument == "--week-start") {
-            const std::optional<std::string> day = value();
-            if (day == "monday" || day == "sunday")
-                options.sundayFirst = *day == "sunday";
-            else
-                request.error = "--week-start needs monday or sunday";
+            if (const auto sunday = either("monday", "sunday")) options.sundayFirst = *sunday;
         } else if (argument == "--breakdown") {
             options.breakdown = true;
         } else if (argument == "--remote") {
