@@ -1,6 +1,8 @@
 #include "headless.h"
 
 #include "limits_command.h"
+#include "report_command.h"
+#include "statusline_command.h"
 
 #include "core/scan_cache.h"
 #include "core/settings.h"
@@ -19,6 +21,8 @@ std::string usage() {
     return "usage: tally --scan [--remote]\n"
            "       tally --export csv|json [--days N] [--remote]\n"
            "       tally --limits\n"
+           "       tally report [daily|weekly|monthly|session|project|model] [options]\n"
+           "       tally statusline\n"
            "       tally --help | --version\n"
            "\n"
            "  --scan        read the local coding-tool logs and print what they cost\n"
@@ -26,12 +30,19 @@ std::string usage() {
            "  --export FMT  write the records of the usage window as CSV or JSON\n"
            "  --days N      with --export: the last N days instead of the usage window (0: all)\n"
            "  --limits      refresh and print the subscription plan limits\n"
+           "  report        usage by day, week, month, session, project or model (report --help)\n"
+           "  statusline    one line for Claude Code's status bar, from its JSON on stdin\n"
            "\n"
            "State lives in ${XDG_DATA_HOME:-~/.local/share}/Tally, or in $TALLY_SUPPORT_DIR.\n";
 }
 
 HeadlessOptions parseArguments(const std::vector<std::string>& arguments) {
     HeadlessOptions options;
+    if (!arguments.empty() && (arguments[0] == "report" || arguments[0] == "statusline")) {
+        options.command = arguments[0];
+        options.commandArguments.assign(arguments.begin() + 1, arguments.end());
+        return options;
+    }
     for (size_t i = 0; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
         if (argument == "--scan") {
@@ -124,6 +135,8 @@ int runHeadless(const HeadlessOptions& options) {
         print(std::string("tally ") + TALLY_VERSION + "\n");
         return 0;
     }
+    if (options.command == "report") return runReportCommand(options.commandArguments);
+    if (options.command == "statusline") return runStatuslineCommand(options.commandArguments);
     if (options.scan) return runScan(options.remote);
     if (options.limits) return runLimitsCommand();
     if (options.exportFormat) return runExport(*options.exportFormat, options.days, options.remote);

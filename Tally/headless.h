@@ -17,7 +17,13 @@ struct HeadlessOptions {
     std::optional<std::string> exportFormat;  // "csv" or "json"
     std::optional<long long> days;            // overrides settings.usageWindow for export
     std::string error;                        // a malformed option, for the user
-    bool any() const { return scan || limits || help || version || exportFormat || !error.empty(); }
+    // "report" or "statusline" when it is the first argument; the rest are its own.
+    std::string command;
+    std::vector<std::string> commandArguments;
+    bool any() const {
+        return scan || limits || help || version || exportFormat || !error.empty() ||
+               !command.empty();
+    }
 };
 
 // Arguments are compared whole; unknown ones are ignored (launchers add their own).

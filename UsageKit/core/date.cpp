@@ -6,6 +6,7 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <ctime>
 #include <limits>
 
@@ -196,6 +197,40 @@ Date Calendar::addingDays(Date date, int days) {
     std::tm parts = localParts(date);
     parts.tm_mday += days;
     return fromLocalParts(parts).addingSeconds(date.secondsSince1970 - whole);
+}
+
+Date Calendar::startOfWeek(Date date, bool sundayFirst) {
+    const Date day = startOfDay(date);
+    const int weekday = localParts(day).tm_wday;  // 0 is Sunday
+    const int back = sundayFirst ? weekday : (weekday + 6) % 7;
+    return addingDays(day, -back);
+}
+
+std::optional<Date> Calendar::parseDay(std::string_view text) {
+    int year, month, day;
+    if (text.size() != 10 || !digits(text, 0, 4, year) || text[4] != '-' ||
+        !digits(text, 5, 2, month) || text[7] != '-' || !digits(text, 8, 2, day))
+        return std::nullopt;
+    if (year < 1900 || month < 1 || month > 12 || day < 1 ||
+        day > static_cast<int>(daysInMonth(year, static_cast<unsigned>(month))))
+        return std::nullopt;
+    std::tm parts{};
+    parts.tm_year = year - 1900;
+    parts.tm_mon = month - 1;
+    parts.tm_mday = day;
+    return fromLocalParts(parts);
+}
+
+std::string Calendar::dayText(Date date) {
+    const std::tm parts = localParts(date);
+    char text[32];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d", parts.tm_year + 1900, parts.tm_mon + 1,
+                  parts.tm_mday);
+    return text;
+}
+
+std::string Calendar::monthText(Date date) {
+    return dayText(date).substr(0, 7);
 }
 
 std::string doubleDescription(double value) {

@@ -30,6 +30,14 @@ Date startOfDay(Date date);
 Date startOfMonth(Date date);
 // The same wall-clock time `days` calendar days later (negative: earlier).
 Date addingDays(Date date, int days);
+// The start of the local week holding `date`; weeks start on Sunday when `sundayFirst`,
+// else on Monday.
+Date startOfWeek(Date date, bool sundayFirst);
+// Local midnight of a YYYY-MM-DD date; absent for any other text or a day the month lacks.
+std::optional<Date> parseDay(std::string_view text);
+// The local date of `date`: YYYY-MM-DD, and its month: YYYY-MM.
+std::string dayText(Date date);
+std::string monthText(Date date);
 // Call after changing TZ in a running process (tests do); it re-reads the zone.
 void timeZoneChanged();
 }  // namespace Calendar

@@ -99,6 +99,18 @@ bool providerMetered(const UsageRecord& r) {
 }
 }  // namespace
 
+std::string GroupKey::model(const UsageRecord& record) {
+    return record.provider.id + "|" + record.model;
+}
+
+std::string GroupKey::project(const UsageRecord& record) {
+    return record.projectName();
+}
+
+std::string GroupKey::session(const UsageRecord& record) {
+    return record.session.value_or(std::string());
+}
+
 std::vector<Slice> UsageLedger::byProvider(const std::vector<UsageRecord>& list) const {
     return group(
         list, [](const UsageRecord& r) { return r.provider.id; },
@@ -107,13 +119,11 @@ std::vector<Slice> UsageLedger::byProvider(const std::vector<UsageRecord>& list)
 
 std::vector<Slice> UsageLedger::byModel(const std::vector<UsageRecord>& list) const {
     return group(
-        list, [](const UsageRecord& r) { return r.provider.id + "|" + r.model; },
-        [](const UsageRecord& r) { return r.model; }, providerMetered);
+        list, GroupKey::model, [](const UsageRecord& r) { return r.model; }, providerMetered);
 }
 
 std::vector<Slice> UsageLedger::byProject(const std::vector<UsageRecord>& list) const {
-    auto name = [](const UsageRecord& r) { return r.projectName(); };
-    return group(list, name, name, providerMetered);
+    return group(list, GroupKey::project, GroupKey::project, providerMetered);
 }
 
 std::vector<Slice> UsageLedger::byKind(const std::vector<UsageRecord>& list) const {
@@ -123,7 +133,7 @@ std::vector<Slice> UsageLedger::byKind(const std::vector<UsageRecord>& list) con
 
 std::vector<Slice> UsageLedger::bySession(const std::vector<UsageRecord>& list) const {
     return group(
-        list, [](const UsageRecord& r) { return r.session.value_or(std::string()); },
+        list, GroupKey::session,
         [](const UsageRecord& r) {
             std::string session = r.session.value_or(std::string());
             if (Text::characterCount(session) >= 11)

@@ -125,6 +125,15 @@ std::string ago(Date date, Date now) {
     return "just now";
 }
 
+std::string grouped(int64_t count) {
+    const std::string digits = std::to_string(count);
+    if (digits[0] != '-') return grouped(digits);
+    // Appended rather than "-" + text, which GCC 12's -Wrestrict flags in Release builds.
+    std::string text(1, '-');
+    text += grouped(digits.substr(1));
+    return text;
+}
+
 std::string n(int64_t count) {
     std::ostringstream out;
     try {

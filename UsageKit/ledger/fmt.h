@@ -21,5 +21,8 @@ std::string tokens(int64_t count);
 std::string ago(Date date, Date now = Date::now());
 // A plain count with the grouping of the user's locale.
 std::string n(int64_t count);
+// A whole count with en_US grouping whatever the locale, for tables scripts may read:
+// 1,234,567.
+std::string grouped(int64_t count);
 
 }  // namespace usagekit::Fmt

@@ -84,6 +84,14 @@ class UsageLedger {
                                    Date now = Date::now()) const;
 };
 
+// The keys byModel, byProject and bySession group by, for callers that split records
+// the same way.
+namespace GroupKey {
+std::string model(const UsageRecord& record);    // provider id + "|" + model
+std::string project(const UsageRecord& record);  // projectName()
+std::string session(const UsageRecord& record);  // the session; empty when absent
+}  // namespace GroupKey
+
 // Newest first; records with equal dates keep their order.
 void sortNewestFirst(std::vector<UsageRecord>& records);
 // The records of all `parts`, taken as if joined in order, newest first; records with equal

@@ -55,5 +55,14 @@ TEST(Calendar, AddingDaysKeepsTheWallClockAcrossDaylightSaving) {
     EXPECT_DOUBLE_EQ(Calendar::addingDays(after, -1).secondsSince1970, before.secondsSince1970);
 }
 
+TEST(Calendar, ADayTextIsLocalMidnightAndImpossibleDaysAreRefused) {
+    testing::ScopedTimeZone zone("EST5EDT,M3.2.0,M11.1.0");
+    EXPECT_EQ(ISO8601::format(*Calendar::parseDay("2026-07-01")), "2026-07-01T04:00:00Z");
+    EXPECT_EQ(Calendar::dayText(*Calendar::parseDay("2028-02-29")), "2028-02-29");
+    for (const char* bad : {"2026-02-29", "2026-13-01", "2026-1-01", "2026-01-01T00:00:00Z",
+                            "2026/01/01", "", "20260101", "2026-00-10"})
+        EXPECT_FALSE(Calendar::parseDay(bad)) << bad;
+}
+
 }  // namespace
 }  // namespace usagekit

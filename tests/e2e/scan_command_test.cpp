@@ -1,4 +1,5 @@
 // `tally --scan` end to end: the real binary on a small home with a log of every tool.
+#include "support/every_tool_home.h"
 #include "support/run_tally.h"
 
 #include <gtest/gtest.h>
@@ -10,23 +11,9 @@ namespace fs = std::filesystem;
 using testing::runTally;
 using testing::TallyRun;
 
-class ScanCommand : public testing::TempHome {
+class ScanCommand : public testing::EveryToolHome {
   protected:
     TallyRun tally(const std::string& arguments) { return runTally(arguments, root); }
-
-    void writeHomeWithEveryTool() {
-        // Claude Code: request r1 written as two content blocks, then r2. Codex: running
-        // totals, the second event counted as its difference. Grok: the tool's own cost, in
-        // billionths of a dollar. Gemini: the same message written twice, the last counts.
-        // Copilot: a record from the future counts in today and this month.
-        copyFixture("claude/request_split_in_two_blocks.jsonl", ".claude/projects/-w-app/s1.jsonl");
-        copyFixture("codex/two_running_totals.jsonl",
-                    ".codex/sessions/2025/06/02/rollout-2025-06-02T09-00-00-abc.jsonl");
-        copyFixture("grok/cost_in_ticks.jsonl", ".grok/sessions/my%20proj/sess1/updates.jsonl");
-        copyFixture("gemini/message_written_twice.jsonl",
-                    ".gemini/tmp/abc/chats/session-2025-06-03-ab12cd34.jsonl");
-        copyFixture("copilot/record_from_the_future.jsonl", ".copilot/session-state/c.jsonl");
-    }
 
     const std::string kExpected =
         "today $3.25 \u00B7 month $3.25 \u00B7 all $4.90 billed $0.00 equivalent $4.90 \u00B7 5 "

@@ -18,11 +18,13 @@ struct TallyRun {
 };
 
 // `arguments` go to the shell as they are; `scratch` is a directory where standard error
-// is collected. TZ is UTC so that printed times do not depend on the machine.
-inline TallyRun runTally(const std::string& arguments, const fs::path& scratch) {
+// is collected. TZ is UTC unless `tz` names another zone, so that printed times do not
+// depend on the machine.
+inline TallyRun runTally(const std::string& arguments, const fs::path& scratch,
+                         const std::string& tz = "UTC0") {
     const fs::path errFile = scratch / "stderr.txt";
     const std::string command =
-        "TZ=UTC0 " + std::string(TALLY_BINARY) + " " + arguments + " 2>" + errFile.string();
+        "TZ='" + tz + "' " + std::string(TALLY_BINARY) + " " + arguments + " 2>" + errFile.string();
     TallyRun run;
     FILE* pipe = popen(command.c_str(), "r");
     if (!pipe) return run;
