@@ -206,6 +206,9 @@ ThemeWatcher::ThemeWatcher(QObject* parent) : QObject(parent) {
 
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) return;
+    // QtDBus finds the slot's argument types by name, and Qt 6 knows a type's name only
+    // once it has been registered: without this the subscription silently fails.
+    qRegisterMetaType<QDBusVariant>();
     bus.connect(kPortalService, kPortalPath, kPortalSettings, QStringLiteral("SettingChanged"),
                 this, SLOT(portalSettingChanged(QString, QString, QDBusVariant)));
     QDBusMessage read = QDBusMessage::createMethodCall(kPortalService, kPortalPath, kPortalSettings,
