@@ -1,7 +1,7 @@
 #include "shell/desktop_app.h"
 
-#include "shell/app_model.h"
 #include "shell/dashboard_window.h"
+#include "shell/desktop_notifier.h"
 #include "shell/glance_panel.h"
 #include "shell/glance_popup.h"
 #include "shell/process_exit.h"
@@ -13,25 +13,53 @@
 #include <QSystemTrayIcon>
 #include <QTimer>
 
-#include <cstdio>
 #include <cstring>
-#include <memory>
 
 namespace tally {
 
-namespace {
+DesktopApp::DesktopApp(AppModel::Services services, QObject* parent)
+    : QObject(parent),
+      m_theme(std::make_unique<ThemeWatcher>()),
+      m_notifier(std::make_unique<DesktopNotifier>()),
+      m_model(std::make_unique<AppModel>(m_notifier.get(), std::move(services))) {
+    const bool tray = QSystemTrayIcon::isSystemTrayAvailable();
+    if (!tray) m_topPanel = new GlancePanel(*m_model);
+    m_dashboard = std::make_unique<DashboardWindow>(*m_model, m_topPanel);
 
-bool hasArgument(int argc, char** argv, const char* wanted) {
-    for (int i = 1; i < argc; ++i)
-        if (std::strcmp(argv[i], wanted) == 0) return true;
-    return false;
+    auto wire = [this](GlancePanel& panel) {
+        connect(&panel, &GlancePanel::openRequested, m_dashboard.get(), &DashboardWindow::present);
+        connect(&panel, &GlancePanel::quitRequested, this, &DesktopApp::quitRequested);
+    };
+    if (m_topPanel) {
+        wire(*m_topPanel);
+        return;
+    }
+    m_popup = std::make_unique<GlancePopup>(*m_model);
+    m_tray = std::make_unique<TrayController>(*m_model);
+    wire(m_popup->panel());
+    connect(m_tray.get(), &TrayController::glanceRequested, m_popup.get(), &GlancePopup::toggle);
+    connect(m_tray.get(), &TrayController::openRequested, m_dashboard.get(),
+            &DashboardWindow::present);
+    connect(m_tray.get(), &TrayController::quitRequested, this, &DesktopApp::quitRequested);
+    connect(m_theme.get(), &ThemeWatcher::schemeChanged, m_tray.get(), &TrayController::refresh);
 }
 
-}  // namespace
+DesktopApp::~DesktopApp() = default;
+
+GlancePanel& DesktopApp::glance() const {
+    return m_popup ? m_popup->panel() : *m_topPanel;
+}
+
+void DesktopApp::start(bool hidden) {
+    if (m_tray) m_tray->show();
+    if (!m_tray || !hidden) m_dashboard->present();
+    QTimer::singleShot(0, m_model.get(), &AppModel::start);
+}
 
 int runDesktop(int argc, char** argv) {
-    // Started by the session's autostart: only the tray icon, no window.
-    const bool hidden = hasArgument(argc, argv, "--hidden");
+    bool hidden = false;
+    for (int i = 1; i < argc; ++i)
+        hidden = hidden || std::strcmp(argv[i], "--hidden") == 0;
 
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("tally"));
@@ -42,46 +70,14 @@ int runDesktop(int argc, char** argv) {
     SingleInstance instance;
     if (instance.askRunningToShow()) return 0;
 
-    ThemeWatcher theme;
+    DesktopApp desktop;
     QApplication::setWindowIcon(Theme::flame(true, Theme::accent()));
-    AppModel model(nullptr);
-
-    const bool tray = QSystemTrayIcon::isSystemTrayAvailable();
-    QApplication::setQuitOnLastWindowClosed(!tray);
-    std::unique_ptr<GlancePopup> popup;
-    std::unique_ptr<TrayController> trayController;
-    GlancePanel* topPanel = tray ? nullptr : new GlancePanel(model);
-    DashboardWindow dashboard(model, topPanel);
-    if (topPanel) {
-        QObject::connect(topPanel, &GlancePanel::quitRequested, &app, &QApplication::quit);
-        QObject::connect(topPanel, &GlancePanel::openRequested, &dashboard,
-                         &DashboardWindow::present);
-    }
-
-    if (tray) {
-        popup = std::make_unique<GlancePopup>(model);
-        trayController = std::make_unique<TrayController>(model);
-        QObject::connect(trayController.get(), &TrayController::glanceRequested, popup.get(),
-                         &GlancePopup::toggle);
-        QObject::connect(trayController.get(), &TrayController::openRequested, &dashboard,
-                         &DashboardWindow::present);
-        QObject::connect(&popup->panel(), &GlancePanel::openRequested, &dashboard,
-                         &DashboardWindow::present);
-        QObject::connect(trayController.get(), &TrayController::quitRequested, &app,
-                         &QApplication::quit);
-        QObject::connect(&popup->panel(), &GlancePanel::quitRequested, &app, &QApplication::quit);
-        QObject::connect(&theme, &ThemeWatcher::schemeChanged, trayController.get(),
-                         &TrayController::refresh);
-        trayController->show();
-    }
-    QObject::connect(&instance, &SingleInstance::showRequested, &dashboard,
+    // Without a tray the window is the app: closing it quits.
+    QApplication::setQuitOnLastWindowClosed(!desktop.tray());
+    QObject::connect(&desktop, &DesktopApp::quitRequested, &app, &QApplication::quit);
+    QObject::connect(&instance, &SingleInstance::showRequested, &desktop.dashboard(),
                      &DashboardWindow::present);
-
-    // The tray icon (or the window) is up first; the first scan starts on the next turn of
-    // the event loop, on a worker thread.
-    if (!tray || !hidden) dashboard.present();
-    QTimer::singleShot(0, &model, &AppModel::start);
-
+    desktop.start(hidden);
     leaveProcess(app.exec());
 }
 

@@ -1,5 +1,8 @@
 #include "shell/single_instance.h"
 
+#include "core/paths.h"
+
+#include <QHash>
 #include <QLocalSocket>
 
 #include <unistd.h>
@@ -24,7 +27,14 @@ SingleInstance::SingleInstance(QObject* parent) : QObject(parent) {
 }
 
 QString SingleInstance::socketName() {
-    return QStringLiteral("app.tally.Tally-%1").arg(::getuid());
+    QString name = QStringLiteral("app.tally.Tally-%1").arg(::getuid());
+    // A scratch support directory (a test, a throw-away run) is an instance of its own,
+    // never the user's running app.
+    if (usagekit::TallyPaths::isScratchState())
+        name += QLatin1Char('-') +
+                QString::number(
+                    qHash(QString::fromStdString(usagekit::TallyPaths::support().string())), 16);
+    return name;
 }
 
 bool SingleInstance::askRunningToShow() {

@@ -17,7 +17,8 @@ class SingleInstance : public QObject {
     // should then exit. Otherwise this instance starts listening and returns false.
     bool askRunningToShow();
 
-    static QString socketName();  // per user
+    // Per user; a scratch support directory (TALLY_SUPPORT_DIR) gets a socket of its own.
+    static QString socketName();
 
   signals:
     void showRequested();

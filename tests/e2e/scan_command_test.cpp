@@ -114,9 +114,17 @@ TEST_F(ScanCommand, HelpAndVersionAnswerOnStandardOutput) {
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("tally --scan [--remote]"), std::string::npos);
     EXPECT_EQ(tally("--version").out.rfind("tally ", 0), 0u);
-    TallyRun nothing = tally("");
-    EXPECT_EQ(nothing.status, 2);
-    EXPECT_NE(nothing.err.find("usage:"), std::string::npos);
+}
+
+// Without a command `tally` starts the desktop app; over ssh that must be a sentence, not
+// Qt's abort.
+TEST_F(ScanCommand, WithoutACommandOrADisplayOneLineSaysWhy) {
+    testing::ScopedEnv display("DISPLAY", std::nullopt), wayland("WAYLAND_DISPLAY", std::nullopt),
+        platform("QT_QPA_PLATFORM", std::nullopt);
+    TallyRun nothing = tally("--remote");
+    EXPECT_EQ(nothing.status, 1);
+    EXPECT_EQ(nothing.err, "no display to show Tally on; `tally --scan` works without one\n");
+    EXPECT_EQ(nothing.out, "");
 }
 
 }  // namespace
