@@ -33,8 +33,13 @@ uninstall:
 	@bash scripts/uninstall.sh $(RELEASE_DIR)
 
 # A Debian package for /usr, without tests or benchmark: build/deb/tally_<version>_<arch>.deb.
+# Compiled with Debian's hardening flags (stack protector, fortified functions, read-only
+# relocations, immediate binding), as Debian's own packages are.
+DEB_FLAGS := DEB_BUILD_MAINT_OPTIONS=hardening=+all dpkg-buildflags --get
 deb: deps
-	@cmake -S . -B $(DEB_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DTALLY_DEVELOPER=OFF -DCMAKE_INSTALL_PREFIX=/usr >/dev/null
+	@cmake -S . -B $(DEB_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DTALLY_DEVELOPER=OFF -DCMAKE_INSTALL_PREFIX=/usr \
+		-DCMAKE_CXX_FLAGS="$$($(DEB_FLAGS) CPPFLAGS) $$($(DEB_FLAGS) CXXFLAGS)" \
+		-DCMAKE_EXE_LINKER_FLAGS="$$($(DEB_FLAGS) LDFLAGS)" >/dev/null
 	@cmake --build $(DEB_DIR) -j $(JOBS)
 	@cd $(DEB_DIR) && cpack -G DEB >/dev/null
 	@ls $(DEB_DIR)/*.deb
