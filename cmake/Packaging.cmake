@@ -1,5 +1,5 @@
 # `make deb`: a Debian package of what the install rules put under /usr. Its runtime
-# dependencies are what dpkg-shlibdeps finds the executable linked against.
+# dependencies are the libraries dpkg-shlibdeps finds the installed binaries linked against.
 set(TALLY_MAINTAINER "Tally developers <maintainers@tally.app>"
     CACHE STRING "Maintainer named in the Debian package")
 
