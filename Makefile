@@ -60,3 +60,33 @@ format:
 
 clean:
 	rm -rf build
+
+.PHONY: install uninstall deb
+
+DEB_DIR := build/deb
+PREFIX  ?= /usr/local
+
+# The executable, desktop entry, icons, manual page and completions under $(PREFIX)
+# (`make install PREFIX=~/.local`; a system prefix needs sudo). The prefix is configured,
+# not only passed to the install: the zsh completion goes where that prefix's zsh looks.
+install: deps
+	@cmake -S . -B $(RELEASE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=$(PREFIX) >/dev/null
+	@cmake --build $(RELEASE_DIR) -j $(JOBS) --target tally tally_data
+	@cmake --install $(RELEASE_DIR)
+
+# Removes every file the last `make install` put down ($(RELEASE_DIR)/install_manifest.txt).
+uninstall:
+	@bash scripts/uninstall.sh $(RELEASE_DIR)
+
+# A Debian package for /usr, without tests or benchmark: build/deb/tally_<version>_<arch>.deb.
+# Compiled with Debian's hardening flags (stack protector, fortified functions, read-only
+# relocations, immediate binding), as Debian's own packages are.
+DEB_FLAGS := DEB_BUILD_MAINT_OPTIONS=hardening=+all dpkg-buildflags --get
+deb: deps
+	@cmake -S . -B $(DEB_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release -DTALLY_DEVELOPER=OFF -DCMAKE_INSTALL_PREFIX=/usr \
+		-DCMAKE_CXX_FLAGS="$$($(DEB_FLAGS) CPPFLAGS) $$($(DEB_FLAGS) CXXFLAGS)" \
+		-DCMAKE_EXE_LINKER_FLAGS="$$($(DEB_FLAGS) LDFLAGS)" \
+		-DCMAKE_MODULE_LINKER_FLAGS="$$($(DEB_FLAGS) LDFLAGS)" >/dev/null
+	@cmake --build $(DEB_DIR) -j $(JOBS)
+	@cd $(DEB_DIR) && cpack -G DEB >/dev/null
+	@ls $(DEB_DIR)/*.deb

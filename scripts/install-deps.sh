@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs every Debian 12 package that Tally's build, tests, benchmark and desktop shell
-# need. Safe to run again: it asks apt only for what is missing, runs `apt-get update` at
-# most once, and prints nothing when everything is already there.
+# Installs every Debian 12 package that Tally's build, tests, benchmark, desktop shell and
+# packaging need. Safe to run again: it asks apt only for what is missing, runs
+# `apt-get update` at most once, and prints nothing when everything is already there.
 set -euo pipefail
 
 packages=(
@@ -15,6 +15,8 @@ packages=(
   # desktop shell and its tests
   qt6-base-dev qt6-charts-dev qt6-svg-dev libqt6svg6 libqt6opengl6-dev libxkbcommon-dev
   qt6-qpa-plugins xvfb xauth libglib2.0-bin fonts-dejavu-core
+  # packaging: the .deb's dependencies, and what scripts/check-packaging.sh validates with
+  dpkg-dev desktop-file-utils appstream man-db groff-base zsh
 )
 
 missing=()
