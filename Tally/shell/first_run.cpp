@@ -5,6 +5,7 @@
 #include "shell/ui_fonts.h"
 
 #include <QGridLayout>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -36,7 +37,7 @@ QLabel* text(const QString& words, const QFont& font, bool secondary, QWidget* p
 FirstRunPanel::FirstRunPanel(QWidget* parent) : QWidget(parent) {
     using namespace usagekit::TallyPaths;
     auto* card = new SurfaceCard(this, 12);
-    card->setMaximumWidth(620);
+    card->setFixedWidth(600);  // wrapped labels need a width to lay out against
     auto* column = new QVBoxLayout(card);
     column->setContentsMargins(28, 24, 28, 24);
     column->setSpacing(12);
@@ -58,8 +59,7 @@ FirstRunPanel::FirstRunPanel(QWidget* parent) : QWidget(parent) {
         {QStringLiteral("OpenCode"), tilde(openCodeDatabase())},
         {QStringLiteral("GitHub Copilot"),
          tilde(copilotRoots().front()) + QStringLiteral(" and ") + tilde(copilotRoots().back())},
-        {QStringLiteral("Cursor"), QStringLiteral("its sign-in in ") + tilde(cursorDatabase()) +
-                                       QStringLiteral(", then your Cursor account")},
+        {QStringLiteral("Cursor"), tilde(cursorDatabase())},
     };
     int row = 0;
     for (const auto& [tool, where] : tools) {
@@ -67,6 +67,7 @@ FirstRunPanel::FirstRunPanel(QWidget* parent) : QWidget(parent) {
             text(tool, Fonts::weighted(Fonts::callout(), QFont::DemiBold), false, card), row, 0,
             Qt::AlignTop);
         auto* path = text(where, Fonts::callout(), true, card);
+        path->setWordWrap(false);
         path->setTextInteractionFlags(Qt::TextSelectableByMouse);
         places->addWidget(path, row, 1);
         ++row;
@@ -75,7 +76,8 @@ FirstRunPanel::FirstRunPanel(QWidget* parent) : QWidget(parent) {
     column->addLayout(places);
     column->addWidget(text(QStringLiteral("Pay-per-token accounts (Anthropic, OpenAI, xAI, "
                                           "OpenRouter, DeepSeek) show up once their key is in "
-                                          "Settings. Nothing leaves this computer otherwise."),
+                                          "Settings; Cursor's usage is read from your Cursor "
+                                          "account with the sign-in it keeps above."),
                            Fonts::callout(), true, card));
     auto* settings = new QPushButton(QStringLiteral("Open Settings"), card);
     connect(settings, &QPushButton::clicked, this, &FirstRunPanel::settingsRequested);
@@ -83,8 +85,14 @@ FirstRunPanel::FirstRunPanel(QWidget* parent) : QWidget(parent) {
 
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(24, 24, 24, 24);
+    // Stretches rather than an alignment: an aligned widget loses its height-for-width, and
+    // the wrapped texts then overlap.
+    auto* centred = new QHBoxLayout;
+    centred->addStretch(1);
+    centred->addWidget(card);
+    centred->addStretch(1);
     outer->addStretch(1);
-    outer->addWidget(card, 0, Qt::AlignHCenter);
+    outer->addLayout(centred);
     outer->addStretch(2);
     setScanning(false);
 }

@@ -45,12 +45,14 @@ class PlanLimitsCardTest : public QObject {
     void ProviderProblemIsShownAsNotRefreshed() {
         testing::ScratchHome home;
         PlanLimitsStore::Snapshot snapshot;
-        PlanLimits claude{"claude",
-                          "Claude",
-                          "Max",
-                          {window(41, kNow.addingSeconds(3600))},
-                          kNow.addingSeconds(-600),
-                          std::nullopt};
+        PlanLimits claude{
+            "claude",
+            "Claude",
+            "Max",
+            {window(41, kNow.addingSeconds(3600)),
+             PlanLimits::Window{"seven_day", "Weekly", 93.2, kNow.addingSeconds(3 * 86400)}},
+            kNow.addingSeconds(-600),
+            std::nullopt};
         snapshot.limits.push_back(claude);
         snapshot.problems["claude"] = "Claude Code is signed out";
         AppModel::Services services = AppModel::Services::live();
@@ -66,6 +68,15 @@ class PlanLimitsCardTest : public QObject {
         QCOMPARE(problem->text(), QStringLiteral("Not refreshed: Claude Code is signed out"));
         QCOMPARE(card.findChild<QLabel*>(QStringLiteral("age"))->text(),
                  QStringLiteral("10 min ago"));
+        card.resize(300, card.sizeHint().height());
+        for (Theme::Scheme scheme : {Theme::Scheme::light, Theme::Scheme::dark}) {
+            Theme::apply(scheme);
+            card.show();
+            QCoreApplication::processEvents();
+            testing::saveShot(card, scheme == Theme::Scheme::dark ? QStringLiteral("limits-dark")
+                                                                  : QStringLiteral("limits-light"));
+        }
+        Theme::apply(Theme::Scheme::light);
     }
 };
 
