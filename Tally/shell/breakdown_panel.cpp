@@ -1,6 +1,6 @@
 #include "shell/breakdown_panel.h"
 
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 
 #include <QHBoxLayout>
 #include <QHeaderView>

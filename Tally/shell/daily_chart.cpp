@@ -2,7 +2,7 @@
 
 #include "ledger/fmt.h"
 #include "shell/provider_colors.h"
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 
 #include <QBarSet>
 #include <QButtonGroup>
@@ -30,10 +30,6 @@ namespace tally {
 using namespace usagekit;
 
 namespace {
-
-QString q(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 QDate localDay(Date day) {
     return QDateTime::fromSecsSinceEpoch(static_cast<qint64>(day.secondsSince1970)).date();
@@ -169,8 +165,8 @@ void DailyChart::redraw() {
             std::find(catalogue.begin(), catalogue.end(), point.provider) - catalogue.begin());
         QBarSet*& set = sets[order];
         if (!set) {
-            set = new QBarSet(q(point.provider.name()));
-            set->setProperty("provider", q(point.provider.id));
+            set = new QBarSet(toQt(point.provider.name()));
+            set->setProperty("provider", toQt(point.provider.id));
             for (size_t i = 0; i < m_days.size(); ++i)
                 set->append(0);
         }
@@ -268,8 +264,8 @@ QString DailyChart::tooltip(int dayIndex) const {
     for (const Point& point : m_points) {
         if (point.day != day) continue;
         text += QStringLiteral("<br>%1: %2 \u00B7 %3 tokens")
-                    .arg(q(point.provider.name()).toHtmlEscaped(), q(Fmt::cents(point.costUSD)),
-                         q(Fmt::tokens(point.tokens)));
+                    .arg(toQt(point.provider.name()).toHtmlEscaped(),
+                         toQt(Fmt::cents(point.costUSD)), toQt(Fmt::tokens(point.tokens)));
     }
     return text;
 }

@@ -2,7 +2,7 @@
 
 #include "core/paths.h"
 #include "shell/theme.h"
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -25,10 +25,8 @@ QString tilde(const std::filesystem::path& path) {
 }
 
 QLabel* text(const QString& words, const QFont& font, bool secondary, QWidget* parent) {
-    auto* label = new QLabel(words, parent);
-    label->setTextFormat(Qt::PlainText);
+    QLabel* label = Fonts::label(words, font, secondary, parent);
     label->setWordWrap(true);
-    Fonts::style(label, font, secondary);
     return label;
 }
 

@@ -2,7 +2,7 @@
 
 #include "accounts/keychain.h"
 #include "shell/off_thread.h"
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

@@ -1,7 +1,7 @@
 #include "shell/plan_limits_card.h"
 
 #include "shell/app_model.h"
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -17,16 +17,6 @@ namespace tally {
 using namespace usagekit;
 
 namespace {
-
-QString q(const std::string& text) {
-    return QString::fromStdString(text);
-}
-
-QLabel* label(const QString& text, const QFont& font, bool secondary, QWidget* parent) {
-    auto* item = new QLabel(text, parent);
-    Fonts::style(item, font, secondary);
-    return item;
-}
 
 // Deletes every item of a layout, nested layouts and widgets included.
 void clear(QLayout* layout) {
@@ -57,21 +47,21 @@ LimitBar::LimitBar(const PlanLimits::Window& window, Date now, QWidget* parent)
         weight = QFont::Bold;
     else if (m_use >= 70)
         weight = QFont::DemiBold;
-    m_percent = label(q(wholePercent(m_use)) + QLatin1Char('%'),
-                      Fonts::weighted(Fonts::caption(), weight), false, this);
+    m_percent = Fonts::label(toQt(wholePercent(m_use)) + QLatin1Char('%'),
+                             Fonts::weighted(Fonts::caption(), weight), false, this);
     m_percent->setObjectName(QStringLiteral("percent"));
     QString reset;
     if (window.resetsAt)
         reset = *window.resetsAt <= now
                     ? QStringLiteral("reset")
-                    : QStringLiteral("resets ") + q(PlanLimits::when(*window.resetsAt, now));
-    m_reset = label(reset, Fonts::caption(), true, this);
+                    : QStringLiteral("resets ") + toQt(PlanLimits::when(*window.resetsAt, now));
+    m_reset = Fonts::label(reset, Fonts::caption(), true, this);
     m_reset->setObjectName(QStringLiteral("reset"));
 
     auto* row = new QHBoxLayout;
     row->setContentsMargins(0, 0, 0, 0);
     row->setSpacing(6);
-    row->addWidget(label(q(window.label), Fonts::caption(), false, this));
+    row->addWidget(Fonts::label(toQt(window.label), Fonts::caption(), false, this));
     row->addStretch(1);
     row->addWidget(m_reset);
     row->addWidget(m_percent);
@@ -103,7 +93,7 @@ PlanLimitsCard::PlanLimitsCard(AppModel& model, QWidget* parent)
     column->setContentsMargins(16, 14, 16, 14);
     column->setSpacing(8);
     auto* header = new QHBoxLayout;
-    header->addWidget(label(QStringLiteral("Plan limits"), Fonts::headline(), false, this));
+    header->addWidget(Fonts::label(QStringLiteral("Plan limits"), Fonts::headline(), false, this));
     header->addStretch(1);
     auto* refresh = new QPushButton(QStringLiteral("Refresh"), this);
     refresh->setFont(Fonts::caption());
@@ -111,16 +101,17 @@ PlanLimitsCard::PlanLimitsCard(AppModel& model, QWidget* parent)
     connect(refresh, &QPushButton::clicked, &m_model, &AppModel::refreshLimits);
     header->addWidget(refresh);
     column->addLayout(header);
-    column->addWidget(label(QStringLiteral("how much of each subscription is used \u2014 not cost"),
-                            Fonts::caption(), true, this));
+    column->addWidget(
+        Fonts::label(QStringLiteral("how much of each subscription is used \u2014 not cost"),
+                     Fonts::caption(), true, this));
     m_readings = new QVBoxLayout;
     m_readings->setSpacing(10);
     column->addLayout(m_readings);
-    auto* footnote =
-        label(QStringLiteral("Claude's figures are what /usage shows in Claude Code, read with its "
-                             "own sign-in. Codex's come from its last turn on this computer. Grok "
-                             "and the API keys have no plan limit to show."),
-              Fonts::caption(), true, this);
+    auto* footnote = Fonts::label(
+        QStringLiteral("Claude's figures are what /usage shows in Claude Code, read with its "
+                       "own sign-in. Codex's come from its last turn on this computer. Grok "
+                       "and the API keys have no plan limit to show."),
+        Fonts::caption(), true, this);
     footnote->setWordWrap(true);
     column->addWidget(footnote);
 
@@ -135,17 +126,18 @@ void PlanLimitsCard::rebuild() {
     const PlanLimitsStore::Snapshot& snapshot = m_model.limits();
     const Date now = m_model.clock();
     auto problemLine = [this](const std::string& text) {
-        auto* line =
-            label(QStringLiteral("Not refreshed: ") + q(text), Fonts::caption(), true, this);
+        auto* line = Fonts::label(QStringLiteral("Not refreshed: ") + toQt(text), Fonts::caption(),
+                                  true, this);
         line->setWordWrap(true);
         line->setObjectName(QStringLiteral("notRefreshed"));
         return line;
     };
 
     if (snapshot.limits.empty()) {
-        auto* empty = label(m_model.refreshingLimits() ? QStringLiteral("Reading the limits\u2026")
-                                                       : QStringLiteral("No figures yet."),
-                            Fonts::callout(), true, this);
+        auto* empty =
+            Fonts::label(m_model.refreshingLimits() ? QStringLiteral("Reading the limits\u2026")
+                                                    : QStringLiteral("No figures yet."),
+                         Fonts::callout(), true, this);
         empty->setObjectName(QStringLiteral("limitsEmpty"));
         m_readings->addWidget(empty);
     }
@@ -153,19 +145,19 @@ void PlanLimitsCard::rebuild() {
         auto* block = new QVBoxLayout;
         block->setSpacing(6);
         auto* title = new QHBoxLayout;
-        QString name = q(reading.name);
-        if (reading.plan) name += QStringLiteral(" \u00B7 ") + q(*reading.plan);
+        QString name = toQt(reading.name);
+        if (reading.plan) name += QStringLiteral(" \u00B7 ") + toQt(*reading.plan);
         title->addWidget(
-            label(name, Fonts::weighted(Fonts::callout(), QFont::DemiBold), false, this));
+            Fonts::label(name, Fonts::weighted(Fonts::callout(), QFont::DemiBold), false, this));
         title->addStretch(1);
-        auto* age = label(limitAge(reading.asOf, now), Fonts::caption(), true, this);
+        auto* age = Fonts::label(limitAge(reading.asOf, now), Fonts::caption(), true, this);
         age->setObjectName(QStringLiteral("age"));
         title->addWidget(age);
         block->addLayout(title);
         for (const PlanLimits::Window& window : reading.windows)
             block->addWidget(new LimitBar(window, now, this));
         if (reading.note) {
-            auto* note = label(q(*reading.note), Fonts::caption(), true, this);
+            auto* note = Fonts::label(toQt(*reading.note), Fonts::caption(), true, this);
             note->setWordWrap(true);
             block->addWidget(note);
         }
@@ -178,10 +170,10 @@ void PlanLimitsCard::rebuild() {
         const bool shown = std::any_of(snapshot.limits.begin(), snapshot.limits.end(),
                                        [&](const PlanLimits& r) { return r.provider == provider; });
         if (shown) continue;
-        QString name = q(provider);
+        QString name = toQt(provider);
         if (!name.isEmpty()) name[0] = name[0].toUpper();
         m_readings->addWidget(
-            label(name, Fonts::weighted(Fonts::callout(), QFont::DemiBold), false, this));
+            Fonts::label(name, Fonts::weighted(Fonts::callout(), QFont::DemiBold), false, this));
         m_readings->addWidget(problemLine(text));
     }
 }

@@ -10,7 +10,7 @@
 #include "shell/app_model.h"
 #include "shell/key_field.h"
 #include "shell/off_thread.h"
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 
 #include <QCheckBox>
 #include <QDBusConnection>
@@ -31,13 +31,8 @@ using namespace usagekit;
 
 namespace {
 
-QString q(const std::string& text) {
-    return QString::fromStdString(text);
-}
-
 QLabel* text(const QString& words, const QFont& font, bool secondary, QWidget* parent) {
-    auto* label = new QLabel(words, parent);
-    Fonts::style(label, font, secondary);
+    QLabel* label = Fonts::label(words, font, secondary, parent);
     label->setWordWrap(true);
     return label;
 }
@@ -111,7 +106,7 @@ QWidget* SettingsDialog::keysSection() {
         QStringLiteral("No Secret Service is running, so keys cannot be saved here. Start your "
                        "desktop's keyring (GNOME Keyring, KWallet or KeePassXC with its Secret "
                        "Service), or give Tally its keys in the environment (%1 and the like).")
-            .arg(q(Keychain::environmentName(AnthropicAdminSource::keyAccount))),
+            .arg(toQt(Keychain::environmentName(AnthropicAdminSource::keyAccount))),
         Fonts::caption(), false, widget);
     m_noSecretService->hide();
     column->addWidget(m_noSecretService);
@@ -154,7 +149,7 @@ QWidget* SettingsDialog::seatsSection() {
              Fonts::callout(), true, widget));
     for (const char* id : kSeatOrder) {
         auto* row = new QHBoxLayout;
-        row->addWidget(new QLabel(q(Provider(id).name()), widget), 1);
+        row->addWidget(new QLabel(toQt(Provider(id).name()), widget), 1);
         auto* price = new QDoubleSpinBox(widget);
         price->setRange(0, 100'000);
         price->setDecimals(2);
@@ -163,7 +158,7 @@ QWidget* SettingsDialog::seatsSection() {
         price->setFixedWidth(90);
         auto seat = m_model.settings().seatPrices.find(id);
         price->setValue(seat == m_model.settings().seatPrices.end() ? 0 : seat->second);
-        price->setAccessibleName(q(Provider(id).name()));
+        price->setAccessibleName(toQt(Provider(id).name()));
         connect(price, &QDoubleSpinBox::valueChanged, this,
                 [this, id](double value) { setSeat(id, value); });
         m_seats[id] = price;
@@ -218,14 +213,14 @@ void SettingsDialog::rebuildBudgets() {
     m_noBudgets->setVisible(budgets.empty());
     for (const SpendBudget& budget : budgets) {
         auto* row = new QWidget;
-        row->setObjectName(q("budget:" + budget.id));
+        row->setObjectName(toQt("budget:" + budget.id));
         auto* line = new QHBoxLayout(row);
         line->setContentsMargins(0, 0, 0, 0);
-        auto* name = new QLabel(q(budget.label), row);
+        auto* name = new QLabel(toQt(budget.label), row);
         name->setTextFormat(Qt::PlainText);
         line->addWidget(name);
         auto* cap = new QLabel(
-            q(Fmt::cents(budget.capUSD) + " / " + SpendBudget::rawValue(budget.period)), row);
+            toQt(Fmt::cents(budget.capUSD) + " / " + SpendBudget::rawValue(budget.period)), row);
         cap->setObjectName(QStringLiteral("cap"));
         Fonts::style(cap, Fonts::body(), true);
         line->addWidget(cap);
@@ -236,7 +231,7 @@ void SettingsDialog::rebuildBudgets() {
                                          style()->standardIcon(QStyle::SP_TrashIcon)));
         remove->setFlat(true);
         remove->setToolTip(QStringLiteral("Remove this cap"));
-        remove->setAccessibleName(QStringLiteral("Remove ") + q(budget.label));
+        remove->setAccessibleName(QStringLiteral("Remove ") + toQt(budget.label));
         QPalette red = remove->palette();
         red.setColor(QPalette::ButtonText, QColor(0xd7, 0x3a, 0x31));
         remove->setPalette(red);

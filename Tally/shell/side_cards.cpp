@@ -1,7 +1,7 @@
 #include "shell/side_cards.h"
 
 #include "ledger/fmt.h"
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 
 #include <QGridLayout>
 #include <QHBoxLayout>
@@ -12,26 +12,11 @@ namespace tally {
 
 using namespace usagekit;
 
-namespace {
-
-QString q(const std::string& text) {
-    return QString::fromStdString(text);
-}
-
-QLabel* label(const QString& text, const QFont& font, bool secondary, QWidget* parent) {
-    auto* item = new QLabel(text, parent);
-    item->setTextFormat(Qt::PlainText);
-    Fonts::style(item, font, secondary);
-    return item;
-}
-
-}  // namespace
-
 ListCard::ListCard(const QString& title, QWidget* parent) : SurfaceCard(parent) {
     auto* column = new QVBoxLayout(this);
     column->setContentsMargins(16, 14, 16, 14);
     column->setSpacing(8);
-    column->addWidget(label(title, Fonts::headline(), false, this));
+    column->addWidget(Fonts::label(title, Fonts::headline(), false, this));
     m_rows = new QVBoxLayout;
     m_rows->setSpacing(8);
     column->addLayout(m_rows);
@@ -51,22 +36,24 @@ void SeatCard::showComparisons(const std::vector<AppModel::SeatComparison>& comp
     setVisible(!comparisons.empty());
     for (const AppModel::SeatComparison& seat : comparisons) {
         auto* row = new QWidget(this);
-        row->setObjectName(q("seat:" + seat.provider.id));
+        row->setObjectName(toQt("seat:" + seat.provider.id));
         auto* grid = new QGridLayout(row);
         grid->setContentsMargins(0, 0, 0, 0);
         grid->setHorizontalSpacing(8);
         grid->setVerticalSpacing(0);
-        grid->addWidget(label(q(seat.provider.name()), Fonts::callout(), false, row), 0, 0);
+        grid->addWidget(Fonts::label(toQt(seat.provider.name()), Fonts::callout(), false, row), 0,
+                        0);
         // Two decimals below 0.1, so a light month reads 0.03×, not 0.0×.
         const double times = seat.equivalent / seat.seat;
-        auto* ratio = label(QStringLiteral("%1\u00D7 your seat")
-                                .arg(QString::number(times, 'f', times < 0.095 ? 2 : 1)),
-                            Fonts::weighted(Fonts::callout(), QFont::DemiBold), false, row);
+        auto* ratio = Fonts::label(QStringLiteral("%1\u00D7 your seat")
+                                       .arg(QString::number(times, 'f', times < 0.095 ? 2 : 1)),
+                                   Fonts::weighted(Fonts::callout(), QFont::DemiBold), false, row);
         ratio->setObjectName(QStringLiteral("ratio"));
         grid->addWidget(ratio, 0, 1, Qt::AlignRight);
-        auto* detail = label(q(Fmt::cents(seat.equivalent) + " API-equivalent \u00B7 seat " +
-                               Fmt::cents(seat.seat) + " / month"),
-                             Fonts::caption(), true, row);
+        auto* detail =
+            Fonts::label(toQt(Fmt::cents(seat.equivalent) + " API-equivalent \u00B7 seat " +
+                              Fmt::cents(seat.seat) + " / month"),
+                         Fonts::caption(), true, row);
         detail->setObjectName(QStringLiteral("detail"));
         grid->addWidget(detail, 1, 0, 1, 2);
         rows()->addWidget(row);
@@ -80,20 +67,20 @@ void BalancesCard::showBalances(const std::vector<ProviderBalance>& balances) {
     setVisible(!balances.empty());
     for (const ProviderBalance& balance : balances) {
         auto* row = new QWidget(this);
-        row->setObjectName(q("balance:" + balance.id()));
+        row->setObjectName(toQt("balance:" + balance.id()));
         auto* grid = new QGridLayout(row);
         grid->setContentsMargins(0, 0, 0, 0);
         grid->setHorizontalSpacing(8);
         grid->setVerticalSpacing(0);
-        grid->addWidget(label(q(balance.provider.name() + " \u00B7 " + balance.label),
-                              Fonts::callout(), false, row),
+        grid->addWidget(Fonts::label(toQt(balance.provider.name() + " \u00B7 " + balance.label),
+                                     Fonts::callout(), false, row),
                         0, 0);
-        auto* figure = label(q(balance.figure()),
-                             Fonts::weighted(Fonts::callout(), QFont::DemiBold), false, row);
+        auto* figure = Fonts::label(toQt(balance.figure()),
+                                    Fonts::weighted(Fonts::callout(), QFont::DemiBold), false, row);
         figure->setObjectName(QStringLiteral("figure"));
         grid->addWidget(figure, 0, 1, Qt::AlignRight);
         if (!balance.detail.empty()) {
-            auto* detail = label(q(balance.detail), Fonts::caption(), true, row);
+            auto* detail = Fonts::label(toQt(balance.detail), Fonts::caption(), true, row);
             detail->setWordWrap(true);
             grid->addWidget(detail, 1, 0, 1, 2);
         }
@@ -107,7 +94,7 @@ void ProblemsCard::showProblems(const std::vector<std::string>& problems) {
     clearRows();
     setVisible(!problems.empty());
     for (const std::string& problem : problems) {
-        auto* line = label(q(problem), Fonts::caption(), false, this);
+        auto* line = Fonts::label(toQt(problem), Fonts::caption(), false, this);
         line->setObjectName(QStringLiteral("problem"));
         line->setWordWrap(true);
         line->setTextInteractionFlags(Qt::TextSelectableByMouse);

@@ -1,7 +1,7 @@
 #include "shell/usage_figures.h"
 
 #include "ledger/fmt.h"
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -14,10 +14,6 @@ namespace tally {
 using namespace usagekit;
 
 namespace {
-
-QString q(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 const char* const kCaptions[] = {"all",    "billed", "API-equivalent",
                                  "tokens", "calls",  "cache savings"};
@@ -52,7 +48,7 @@ void FiguresRow::showDigest(const UsageDigest& digest) {
     const Totals& totals = digest.totals;
     auto set = [this](const char* caption, const std::string& value, const QString& tip) {
         QLabel* label = m_values[QLatin1String(caption)];
-        label->setText(q(value));
+        label->setText(toQt(value));
         label->setToolTip(tip);
     };
     set("all", Fmt::cents(totals.allUSD()),
@@ -63,10 +59,10 @@ void FiguresRow::showDigest(const UsageDigest& digest) {
         QStringLiteral("What the subscription tools' tokens would have cost at API rates. "
                        "Your seat price is what you actually pay for them."));
     set("tokens", Fmt::tokens(totals.tokens),
-        q("input " + Fmt::n(totals.uncachedInput) + "\noutput " + Fmt::n(totals.output) +
-          "\ncache read " + Fmt::n(totals.cacheRead) + "\ncache write " +
-          Fmt::n(totals.cacheWrite) + "\n(reasoning " + Fmt::n(totals.reasoning) +
-          ", counted in output cost, not in tokens)"));
+        toQt("input " + Fmt::n(totals.uncachedInput) + "\noutput " + Fmt::n(totals.output) +
+             "\ncache read " + Fmt::n(totals.cacheRead) + "\ncache write " +
+             Fmt::n(totals.cacheWrite) + "\n(reasoning " + Fmt::n(totals.reasoning) +
+             ", counted in output cost, not in tokens)"));
     set("calls", Fmt::n(totals.calls), QStringLiteral("Requests made to a model."));
     set("cache savings", Fmt::cents(digest.cacheSavings),
         QStringLiteral("What the prompt cache saved against paying the full input rate for "
@@ -95,9 +91,9 @@ void UnpricedStrip::showDigest(const UsageDigest& digest) {
     QStringList parts;
     for (const auto& model : unpriced)
         parts << QStringLiteral("%1 (%2 %3, %4 tokens)")
-                     .arg(q(model.model), q(Fmt::n(model.records)),
+                     .arg(toQt(model.model), toQt(Fmt::n(model.records)),
                           model.records == 1 ? QStringLiteral("record") : QStringLiteral("records"),
-                          q(Fmt::tokens(model.tokens)));
+                          toQt(Fmt::tokens(model.tokens)));
     m_text->setText(
         QStringLiteral("No rate for %1, so %2 as $0 here: %3. Give %4 a rate in pricing.json.")
             .arg(unpriced.size() == 1 ? QStringLiteral("one model")

@@ -12,7 +12,7 @@
 #include "shell/settings_dialog.h"
 #include "shell/side_cards.h"
 #include "shell/theme.h"
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 #include "shell/usage_figures.h"
 
 #include <QButtonGroup>

@@ -2,6 +2,7 @@
 
 #include "ledger/fmt.h"
 #include "shell/theme.h"
+#include "shell/ui_text.h"
 
 #include <QDateTime>
 
@@ -10,10 +11,6 @@ namespace tally {
 using namespace usagekit;
 
 namespace {
-
-QString q(const std::string& text) {
-    return QString::fromStdString(text);
-}
 
 // "3 Mar 14:05" in local time: enough to tell a session's start from its end.
 QString shortTime(Date date) {
@@ -64,7 +61,7 @@ int BreakdownModel::columnCount(const QModelIndex& parent) const {
 QVariant BreakdownModel::display(const Slice& slice, Column column) const {
     switch (column) {
         case label:
-            return q(slice.label.empty() ? std::string("(none)") : slice.label);
+            return toQt(slice.label.empty() ? std::string("(none)") : slice.label);
         case first:
         case last: {
             auto span = m_spans.find(slice.id);
@@ -72,11 +69,11 @@ QVariant BreakdownModel::display(const Slice& slice, Column column) const {
             return shortTime(column == first ? span->second.first : span->second.last);
         }
         case tokens:
-            return q(Fmt::tokens(slice.tokens));
+            return toQt(Fmt::tokens(slice.tokens));
         case calls:
-            return q(Fmt::n(slice.calls));
+            return toQt(Fmt::n(slice.calls));
         case cost:
-            return q(Fmt::cents(slice.costUSD));
+            return toQt(Fmt::cents(slice.costUSD));
         case billing:
             return slice.metered ? QStringLiteral("billed") : QStringLiteral("seat");
     }
@@ -86,7 +83,7 @@ QVariant BreakdownModel::display(const Slice& slice, Column column) const {
 QVariant BreakdownModel::sortValue(const Slice& slice, Column column) const {
     switch (column) {
         case label:
-            return q(slice.label).toLower();
+            return toQt(slice.label).toLower();
         case first:
         case last: {
             auto span = m_spans.find(slice.id);
@@ -115,7 +112,7 @@ QVariant BreakdownModel::data(const QModelIndex& index, int role) const {
         case SortRole:
             return sortValue(slice, column);
         case IdRole:
-            return q(slice.id);
+            return toQt(slice.id);
         case UnpricedRole:
             return slice.unpriced;
         case Qt::TextAlignmentRole:
@@ -124,12 +121,12 @@ QVariant BreakdownModel::data(const QModelIndex& index, int role) const {
             if (slice.unpriced && (column == label || column == cost)) return Theme::accent();
             return {};
         case Qt::ToolTipRole:
-            if (column == tokens) return q(Fmt::n(slice.tokens) + " tokens");
+            if (column == tokens) return toQt(Fmt::n(slice.tokens) + " tokens");
             if (slice.unpriced && (column == label || column == cost))
                 return QStringLiteral(
                     "Some of these records have no rate: they count as $0 until pricing.json "
                     "gives their model one.");
-            if (column == label) return q(slice.label);
+            if (column == label) return toQt(slice.label);
             return {};
     }
     return {};

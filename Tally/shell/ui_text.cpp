@@ -1,4 +1,4 @@
-#include "shell/ui_fonts.h"
+#include "shell/ui_text.h"
 
 #include "shell/theme.h"
 
@@ -38,6 +38,13 @@ QFont weighted(QFont font, QFont::Weight weight) {
 void style(QLabel* label, const QFont& font, bool secondary) {
     label->setFont(font);
     label->setForegroundRole(secondary ? QPalette::PlaceholderText : QPalette::WindowText);
+}
+
+QLabel* label(const QString& text, const QFont& font, bool secondary, QWidget* parent) {
+    auto* item = new QLabel(text, parent);
+    item->setTextFormat(Qt::PlainText);
+    style(item, font, secondary);
+    return item;
 }
 
 }  // namespace tally::Fonts
