@@ -16,9 +16,9 @@
 #include "shell/usage_figures.h"
 
 #include <QButtonGroup>
-#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPainter>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollArea>
@@ -37,8 +37,6 @@ UsageView::UsageView(AppModel& model, Dialogs& dialogs, QWidget* parent)
     connect(m_firstRun, &FirstRunPanel::settingsRequested, this, [this] { openSettings(); });
     m_pages->addWidget(dashboard());
     m_pages->addWidget(m_firstRun);
-    setAutoFillBackground(true);
-    repaper();
     auto* column = new QVBoxLayout(this);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(0);
@@ -171,6 +169,9 @@ QWidget* UsageView::dashboard() {
     scroll->setWidget(content);
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::NoFrame);
+    // The view's paper shows through (setWidget turned the content's own fill on).
+    scroll->viewport()->setAutoFillBackground(false);
+    content->setAutoFillBackground(false);
     return scroll;
 }
 
@@ -215,18 +216,9 @@ void UsageView::refreshScanning() {
     m_firstRun->setScanning(scanning);
 }
 
-void UsageView::repaper() {
-    QPalette palette = this->palette();
-    palette.setColor(QPalette::Window, Theme::paper());
-    setPalette(palette);
-}
-
-void UsageView::changeEvent(QEvent* event) {
-    // The application palette changed with the scheme: paper is not one of its colours.
-    if (event->type() == QEvent::PaletteChange &&
-        palette().color(QPalette::Window) != Theme::paper())
-        repaper();
-    QWidget::changeEvent(event);
+void UsageView::paintEvent(QPaintEvent*) {
+    // Paper is not a palette colour, so it is painted here, under every card.
+    QPainter(this).fillRect(rect(), Theme::paper());
 }
 
 bool UsageView::showsFirstRun() const {

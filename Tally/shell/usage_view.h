@@ -67,10 +67,9 @@ class UsageView : public QWidget {
     const UsageDigest& digest() const { return *m_digest; }
 
   protected:
-    void changeEvent(QEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
 
   private:
-    void repaper();
     QWidget* headerBar();
     QWidget* dashboard();
     void setWindow(int64_t days);

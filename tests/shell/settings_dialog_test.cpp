@@ -115,6 +115,26 @@ class SettingsDialogTest : public QObject {
         QVERIFY(settings.noBudgetsLabel()->isVisibleTo(&settings));
     }
 
+    void DailyCapBelowTodaysSpendNotifiesAtOnce() {
+        struct Recorder : Notifier {
+            std::vector<Notification> posted;
+            void requestAuthorization() override {}
+            bool isAuthorized() override { return true; }
+            void post(const Notification& notification) override { posted.push_back(notification); }
+        } recorder;
+        ScratchHome home;
+        // Ten million input tokens of Sonnet today: $30, above the $20 a daily cap starts at.
+        home.write(
+            QStringLiteral(".claude/projects/-src-app/s.jsonl"),
+            claudeLine("s-today", "r1", "/src/app", "claude-sonnet-4-6", 0, 10'000'000, 0, 0));
+        auto model = localModel(nullptr, &recorder);
+        QVERIFY(scanAndWait(*model));
+        QVERIFY(recorder.posted.empty());
+        SettingsDialog settings(*model);
+        settings.addDailyButton()->click();
+        QCOMPARE(recorder.posted.size(), size_t(2));  // 80% and 100%, in one go
+    }
+
     void NotifyToggleSurvivesARestart() {
         ScratchHome home;
         auto model = localModel();

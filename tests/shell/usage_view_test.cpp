@@ -17,8 +17,12 @@
 
 #include <QBarSet>
 #include <QChart>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPushButton>
 #include <QStackedBarSeries>
 #include <QTableView>
 #include <QToolButton>
@@ -225,6 +229,61 @@ class UsageViewTest : public QObject {
             return all;
         }();
         QVERIFY(texts.contains(QStringLiteral("~/.claude/projects")));
+    }
+
+    void SessionRowShowsItsFirstAndLastRecord() {
+        Dashboard board;
+        const QJsonArray rows =
+            QJsonDocument::fromJson(runTally({QStringLiteral("--export"), QStringLiteral("json"),
+                                              QStringLiteral("--days"), QStringLiteral("0")}))
+                .array();
+        const QString session = QStringLiteral("4f6c2a10-aaaa-4bbb-8ccc-000000000001");
+        QDateTime first, last;
+        for (const QJsonValue& row : rows) {
+            if (row[QStringLiteral("session")].toString() != session) continue;
+            const QDateTime date =
+                QDateTime::fromString(row[QStringLiteral("date")].toString(), Qt::ISODate);
+            if (!first.isValid() || date < first) first = date;
+            if (!last.isValid() || date > last) last = date;
+        }
+        BreakdownModel* sessions = board.view->breakdowns()->model(Kind::session);
+        for (int row = 0; row < sessions->rowCount(); ++row) {
+            if (sessions->index(row, 0).data(BreakdownModel::IdRole).toString() != session)
+                continue;
+            auto seconds = [&](BreakdownModel::Column column) {
+                return sessions->index(row, sessions->sectionOf(column))
+                    .data(BreakdownModel::SortRole)
+                    .toDouble();
+            };
+            QCOMPARE(seconds(BreakdownModel::first), double(first.toSecsSinceEpoch()));
+            QCOMPARE(seconds(BreakdownModel::last), double(last.toSecsSinceEpoch()));
+            QVERIFY(first < last);
+            return;
+        }
+        QFAIL("no row for the session");
+    }
+
+    void RescanShowsProgressUntilPublished() {
+        Dashboard board;
+        QSignalSpy published(board.model.get(), &AppModel::ledgerChanged);
+        board.view->rescanButton()->click();
+        QVERIFY(!board.view->rescanButton()->isEnabled());
+        QCOMPARE(board.view->rescanButton()->text(), QStringLiteral("Scanning\u2026"));
+        QVERIFY(published.wait(30'000));
+        QVERIFY(board.view->rescanButton()->isEnabled());
+        QCOMPARE(board.view->rescanButton()->text(), QStringLiteral("Rescan"));
+    }
+
+    void ChartFollowsTheSchemeLiveAndWhileHidden() {
+        Dashboard board;
+        auto labels = [&] { return board.view->chart()->chart()->axes().value(0)->labelsColor(); };
+        board.view->show();
+        Theme::apply(Theme::Scheme::dark);
+        QTRY_COMPARE(labels(), Theme::secondaryInk());
+        board.view->hide();  // closed to the tray while the desktop turns light again
+        Theme::apply(Theme::Scheme::light);
+        board.view->show();
+        QTRY_COMPARE(labels(), Theme::secondaryInk());
     }
 
     void ScanAgeFollowsTheModelClock() {

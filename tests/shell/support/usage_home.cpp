@@ -10,8 +10,6 @@ namespace tally::testing {
 
 using namespace usagekit;
 
-namespace {
-
 QByteArray claudeLine(const char* session, const char* request, const char* project,
                       const char* model, double daysAgo, int input, int output, int cacheRead) {
     const Date when = Date::now().addingSeconds(-daysAgo * 86400);
@@ -28,8 +26,6 @@ QByteArray claudeLine(const char* session, const char* request, const char* proj
                .toUtf8() +
            '\n';
 }
-
-}  // namespace
 
 void fillFixtureHome(const ScratchHome& home) {
     // Two projects over five weeks, so 7, 30 and 90 days hold different records.
@@ -69,12 +65,12 @@ QByteArray runTally(const QStringList& arguments) {
     return tally.readAllStandardOutput();
 }
 
-std::unique_ptr<AppModel> localModel(const Date* now) {
+std::unique_ptr<AppModel> localModel(const Date* now, Notifier* notifier) {
     AppModel::Services services = AppModel::Services::live();
     services.refreshRemote = [](UsageLedger&) {};
     services.refreshLimits = [](Date, Notifier*) { return PlanLimitsStore::shared().cached(); };
     if (now) services.now = [now] { return *now; };
-    return std::make_unique<AppModel>(nullptr, services);
+    return std::make_unique<AppModel>(notifier, services);
 }
 
 bool scanAndWait(AppModel& model) {
