@@ -10,6 +10,7 @@
 //   RSS         resident memory with the corpus's ledger published and the views shown
 #include "shell/app_model.h"
 #include "shell/dashboard_window.h"
+#include "shell/dialogs.h"
 #include "shell/glance_popup.h"
 #include "shell/theme.h"
 
@@ -144,7 +145,8 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     tally::ThemeWatcher theme;
     tally::AppModel model(nullptr);
-    tally::DashboardWindow dashboard(model);
+    tally::Dialogs dialogs;
+    tally::DashboardWindow dashboard(model, dialogs);
     tally::GlancePopup popup(model);
     dashboard.show();
 

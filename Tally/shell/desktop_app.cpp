@@ -2,6 +2,7 @@
 
 #include "shell/dashboard_window.h"
 #include "shell/desktop_notifier.h"
+#include "shell/dialogs.h"
 #include "shell/glance_panel.h"
 #include "shell/glance_popup.h"
 #include "shell/process_exit.h"
@@ -20,11 +21,12 @@ namespace tally {
 DesktopApp::DesktopApp(AppModel::Services services, QObject* parent)
     : QObject(parent),
       m_theme(std::make_unique<ThemeWatcher>()),
+      m_dialogs(std::make_unique<Dialogs>()),
       m_notifier(std::make_unique<DesktopNotifier>()),
       m_model(std::make_unique<AppModel>(m_notifier.get(), std::move(services))) {
     const bool tray = QSystemTrayIcon::isSystemTrayAvailable();
     if (!tray) m_topPanel = new GlancePanel(*m_model);
-    m_dashboard = std::make_unique<DashboardWindow>(*m_model, m_topPanel);
+    m_dashboard = std::make_unique<DashboardWindow>(*m_model, *m_dialogs, m_topPanel);
 
     auto wire = [this](GlancePanel& panel) {
         connect(&panel, &GlancePanel::openRequested, m_dashboard.get(), &DashboardWindow::present);

@@ -14,6 +14,7 @@ namespace tally {
 
 class DashboardWindow;
 class DesktopNotifier;
+class Dialogs;
 class GlancePanel;
 class GlancePopup;
 class ThemeWatcher;
@@ -44,6 +45,7 @@ class DesktopApp : public QObject {
 
   private:
     std::unique_ptr<ThemeWatcher> m_theme;
+    std::unique_ptr<Dialogs> m_dialogs;
     std::unique_ptr<DesktopNotifier> m_notifier;
     std::unique_ptr<AppModel> m_model;
     std::unique_ptr<GlancePopup> m_popup;

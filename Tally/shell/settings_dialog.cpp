@@ -8,6 +8,7 @@
 #include "ledger/fmt.h"
 #include "limits/spend_budget.h"
 #include "shell/app_model.h"
+#include "shell/autostart.h"
 #include "shell/key_field.h"
 #include "shell/off_thread.h"
 #include "shell/ui_text.h"
@@ -22,6 +23,7 @@
 #include <QLabel>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QSignalBlocker>
 #include <QStyle>
 #include <QVBoxLayout>
 
@@ -67,9 +69,16 @@ SettingsDialog::SettingsDialog(AppModel& model, QWidget* parent) : QDialog(paren
     auto* column = new QVBoxLayout(content);
     column->setContentsMargins(20, 16, 20, 16);
     column->setSpacing(22);
-    m_startAtLogin = new QVBoxLayout;
-    m_startAtLogin->setContentsMargins(0, 0, 0, 0);
-    column->addLayout(m_startAtLogin);
+    // What the toggle shows is what is on disk: read when the dialog opens, and again
+    // after every change (a write that failed leaves it as it was).
+    m_startAtLogin = new QCheckBox(QStringLiteral("Start Tally when I log in"), content);
+    m_startAtLogin->setChecked(Autostart::isEnabled());
+    connect(m_startAtLogin, &QCheckBox::toggled, this, [this](bool on) {
+        Autostart::setEnabled(on);
+        const QSignalBlocker quiet(m_startAtLogin);
+        m_startAtLogin->setChecked(Autostart::isEnabled());
+    });
+    column->addWidget(m_startAtLogin);
     column->addWidget(keysSection());
     column->addWidget(seatsSection());
     column->addWidget(budgetsSection());

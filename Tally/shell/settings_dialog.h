@@ -28,9 +28,8 @@ class SettingsDialog : public QDialog {
   public:
     explicit SettingsDialog(AppModel& model, QWidget* parent = nullptr);
 
-    // Empty room at the top of the dialog for the "Start Tally when I log in" toggle; what
-    // is added here shows above the provider keys.
-    QVBoxLayout* startAtLoginSlot() const { return m_startAtLogin; }
+    // "Start Tally when I log in": writes or removes the login entry (Autostart).
+    QCheckBox* startAtLoginToggle() const { return m_startAtLogin; }
 
     KeyField* keyField(const std::string& account) const;
     QDoubleSpinBox* seatField(const std::string& providerID) const;
@@ -52,7 +51,7 @@ class SettingsDialog : public QDialog {
     void removeBudget(const std::string& id);
 
     AppModel& m_model;
-    QVBoxLayout* m_startAtLogin = nullptr;
+    QCheckBox* m_startAtLogin = nullptr;
     std::vector<KeyField*> m_keys;
     std::map<std::string, QDoubleSpinBox*> m_seats;
     QLabel* m_noSecretService = nullptr;

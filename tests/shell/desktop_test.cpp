@@ -96,7 +96,7 @@ class DesktopTest : public QObject {
     void rescanAndQuitWorkFromTheKeyboard() {
         startApp();
         QVERIFY(m_watcher->waitForLog(1));
-        QTRY_VERIFY(!m_app->model().scanning());
+        QTRY_VERIFY(m_app->model().ledger()->lastScan.has_value() && !m_app->model().scanning());
         activateTrayItem();
         QTRY_VERIFY(m_app->popup()->isVisible());
         GlancePanel& glance = m_app->glance();

@@ -1,5 +1,6 @@
 // Settings as the user changes them: every change is on disk at once and read back by the
 // next model, and a key goes to the Secret Service, never to a file.
+#include "shell/autostart.h"
 #include "shell/settings_dialog.h"
 #include "accounts/anthropic_admin.h"
 #include "accounts/keychain.h"
@@ -133,6 +134,20 @@ class SettingsDialogTest : public QObject {
         SettingsDialog settings(*model);
         settings.addDailyButton()->click();
         QCOMPARE(recorder.posted.size(), size_t(2));  // 80% and 100%, in one go
+    }
+
+    void StartAtLoginToggleShowsWhatIsOnDisk() {
+        ScratchHome home;
+        auto model = localModel();
+        {
+            SettingsDialog settings(*model);
+            QVERIFY(!settings.startAtLoginToggle()->isChecked());
+            settings.startAtLoginToggle()->click();
+            QVERIFY(QFile::exists(Autostart::path()));
+        }
+        QFile::remove(Autostart::path());  // the user's startup tool removed it
+        SettingsDialog reopened(*model);
+        QVERIFY(!reopened.startAtLoginToggle()->isChecked());
     }
 
     void NotifyToggleSurvivesARestart() {
