@@ -53,6 +53,8 @@ GlancePanel& DesktopApp::glance() const {
 }
 
 void DesktopApp::start(bool hidden) {
+    // Without a tray the window is the app: closing it quits.
+    QApplication::setQuitOnLastWindowClosed(!m_tray);
     if (m_tray) m_tray->show();
     if (!m_tray || !hidden) m_dashboard->present();
     QTimer::singleShot(0, m_model.get(), &AppModel::start);
@@ -74,8 +76,6 @@ int runDesktop(int argc, char** argv) {
 
     DesktopApp desktop;
     QApplication::setWindowIcon(Theme::flame(true, Theme::accent()));
-    // Without a tray the window is the app: closing it quits.
-    QApplication::setQuitOnLastWindowClosed(!desktop.tray());
     QObject::connect(&desktop, &DesktopApp::quitRequested, &app, &QApplication::quit);
     QObject::connect(&instance, &SingleInstance::showRequested, &desktop.dashboard(),
                      &DashboardWindow::present);
