@@ -1,6 +1,5 @@
 #include "core/line_reader.h"
 
-#include "core/log_bytes.h"
 #include "core/scan.h"
 
 #include <fcntl.h>

@@ -63,37 +63,5 @@ TEST_F(LineReader, AMissingFileReportsFalse) {
     EXPECT_FALSE(Scan::forEachLineContaining(home / "missing", "x", [](std::string_view) {}));
 }
 
-// archived_two_frames.jsonl.zst is two zstd frames, of 10 and 9 lines, as `cat a.zst b.zst`
-// makes; week_old_session.jsonl.zst holds the first 20 lines of resumed_session.jsonl.
-TEST_F(LineReader, CompressedLogGivesTheLinesOfItsText) {
-    std::vector<std::string> plain = linesOf(testing::fixture("codex/resumed_session.jsonl"));
-    plain.resize(20);
-    EXPECT_EQ(linesOf(testing::fixture("codex/week_old_session.jsonl.zst")), plain);
-    EXPECT_EQ(linesOf(testing::fixture("codex/archived_two_frames.jsonl.zst")).size(), 19u);
-}
-
-TEST_F(LineReader, CompressedLogCutInItsSecondFrameKeepsTheFirstFramesLines) {
-    const std::string whole =
-        testing::readText(testing::fixture("codex/archived_two_frames.jsonl.zst"));
-    const auto all = linesOf(testing::fixture("codex/archived_two_frames.jsonl.zst"));
-    const auto path = write("cut.jsonl.zst", whole.substr(0, whole.size() - 300));
-    EXPECT_EQ(linesOf(path), std::vector<std::string>(all.begin(), all.begin() + 10));
-}
-
-TEST_F(LineReader, DamagedCompressedLogKeepsTheLinesBeforeTheDamage) {
-    std::string bytes = testing::readText(testing::fixture("codex/archived_two_frames.jsonl.zst"));
-    const auto all = linesOf(testing::fixture("codex/archived_two_frames.jsonl.zst"));
-    for (size_t i = bytes.size() - 500; i < bytes.size() - 400; ++i)
-        bytes[i] = static_cast<char>(bytes[i] ^ 0x5A);
-    const auto lines = linesOf(write("damaged.jsonl.zst", bytes));
-    ASSERT_GE(lines.size(), 10u);
-    EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + 10),
-              std::vector<std::string>(all.begin(), all.begin() + 10));
-}
-
-TEST_F(LineReader, PlainTextNamedAsCompressedGivesNoLines) {
-    EXPECT_TRUE(linesOf(write("plain.jsonl.zst", "{\"type\":\"session_meta\"}\n")).empty());
-}
-
 }  // namespace
 }  // namespace usagekit
