@@ -187,6 +187,22 @@ uint64_t writeClaudeSession(const fs::path& file, uint64_t target, bool sidechai
     return w.bytes();
 }
 
+// Replaces a log by its zstd compression at zstd's default level, as Codex compresses a
+// rollout, and returns the compressed size. The generator's random stream is not touched,
+// so every other file stays as it was.
+uint64_t compress(const fs::path& log) {
+    std::ifstream in(log, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string packed(ZSTD_compressBound(text.size()), '\0');
+    const size_t size =
+        ZSTD_compress(packed.data(), packed.size(), text.data(), text.size(), ZSTD_CLEVEL_DEFAULT);
+    if (ZSTD_isError(size)) return text.size();
+    std::ofstream(log.string() + ".zst", std::ios::binary)
+        .write(packed.data(), static_cast<std::streamsize>(size));
+    fs::remove(log);
+    return size;
+}
+
 uint64_t writeCodexRollout(const fs::path& sessions, uint64_t target, Random& rng, const Options& o,
                            bool compressed) {
     double t = dayTime(rng, o);
@@ -243,22 +259,6 @@ uint64_t writeCodexRollout(const fs::path& sessions, uint64_t target, Random& rn
         written = w.bytes();
     }
     return compressed ? compress(path) : written;
-}
-
-// Replaces a log by its zstd compression at zstd's default level, as Codex compresses a
-// rollout, and returns the compressed size. The generator's random stream is not touched,
-// so every other file stays as it was.
-uint64_t compress(const fs::path& log) {
-    std::ifstream in(log, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::string packed(ZSTD_compressBound(text.size()), '\0');
-    const size_t size =
-        ZSTD_compress(packed.data(), packed.size(), text.data(), text.size(), ZSTD_CLEVEL_DEFAULT);
-    if (ZSTD_isError(size)) return text.size();
-    std::ofstream(log.string() + ".zst", std::ios::binary)
-        .write(packed.data(), static_cast<std::streamsize>(size));
-    fs::remove(log);
-    return size;
 }
 
 uint64_t writeGemini(const fs::path& home, Random& rng, const Options& o) {
