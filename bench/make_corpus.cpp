@@ -1,8 +1,10 @@
 // Writes a realistic home directory of coding-agent logs for the benchmark and the demo:
 // Claude Code sessions (most of the bytes, mostly message content that carries no usage),
 // Codex rollouts, and smaller Gemini, Grok, Copilot and OpenCode data. The same seed,
-// size, file count and anchor day always give the same bytes.
+// size, file count and anchor day always give the same bytes. With --compressed-codex,
+// some Codex rollouts are left as Codex leaves a week-old one: compressed to .jsonl.zst.
 #include <sqlite3.h>
+#include <zstd.h>
 
 #include <cinttypes>
 #include <cstdio>
@@ -11,6 +13,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -25,7 +28,8 @@ struct Options {
     uint64_t seed = 1;
     int64_t anchor = 0;  // the newest day in the corpus, as seconds since 1970 (UTC midnight)
     int days = 60;
-    bool single = false;  // one Claude Code log of the whole size, nothing else
+    bool single = false;      // one Claude Code log of the whole size, nothing else
+    int compressedCodex = 0;  // percent of the Codex rollouts written compressed
 };
 
 // splitmix64: small, fast and the same everywhere.
@@ -183,8 +187,24 @@ uint64_t writeClaudeSession(const fs::path& file, uint64_t target, bool sidechai
     return w.bytes();
 }
 
-uint64_t writeCodexRollout(const fs::path& sessions, uint64_t target, Random& rng,
-                           const Options& o) {
+// Replaces a log by its zstd compression at zstd's default level, as Codex compresses a
+// rollout, and returns the compressed size. The generator's random stream is not touched,
+// so every other file stays as it was.
+uint64_t compress(const fs::path& log) {
+    std::ifstream in(log, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string packed(ZSTD_compressBound(text.size()), '\0');
+    const size_t size =
+        ZSTD_compress(packed.data(), packed.size(), text.data(), text.size(), ZSTD_CLEVEL_DEFAULT);
+    if (ZSTD_isError(size)) return text.size();
+    std::ofstream(log.string() + ".zst", std::ios::binary)
+        .write(packed.data(), static_cast<std::streamsize>(size));
+    fs::remove(log);
+    return size;
+}
+
+uint64_t writeCodexRollout(const fs::path& sessions, uint64_t target, Random& rng, const Options& o,
+                           bool compressed) {
     double t = dayTime(rng, o);
     time_t whole = static_cast<time_t>(t);
     struct tm parts;
@@ -194,45 +214,51 @@ uint64_t writeCodexRollout(const fs::path& sessions, uint64_t target, Random& rn
                   parts.tm_mday);
     std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H-%M-%S", &parts);
     const std::string id = rng.uuid();
-    Writer w(sessions / folder / ("rollout-" + std::string(stamp) + "-" + id + ".jsonl"));
-    const std::string cwd = kProjects[rng.next() % 5];
-    w.line(
-        R"({"timestamp":")" + iso(t) + R"(","type":"session_meta","payload":{"id":")" + id +
-        R"(","timestamp":")" + iso(t) + R"(","cwd":")" + cwd +
-        R"(","originator":"codex_cli_rs","cli_version":"0.150.0","source":"cli","model_provider":"openai"}})");
-    w.line(R"({"timestamp":")" + iso(t + 1) + R"(","type":"turn_context","payload":{"cwd":")" +
-           cwd + R"(","model":"gpt-5-codex","effort":"high","approval_policy":"on-request"}})");
-    int64_t input = 0, cached = 0, output = 0, reasoning = 0;
-    while (w.bytes() < target) {
-        t += static_cast<double>(rng.range(5, 120));
+    const fs::path path =
+        sessions / folder / ("rollout-" + std::string(stamp) + "-" + id + ".jsonl");
+    uint64_t written = 0;
+    {
+        Writer w(path);
+        const std::string cwd = kProjects[rng.next() % 5];
         w.line(
-            R"({"timestamp":")" + iso(t) +
-            R"(","type":"response_item","payload":{"type":"message","role":"assistant","content":[{"type":"output_text","text":")" +
-            filler(rng, static_cast<size_t>(rng.range(500, 12000))) + "\"}]}}");
-        const int64_t turnIn = rng.range(3000, 30000), turnCached = turnIn * 8 / 10;
-        const int64_t turnOut = rng.range(50, 3000), turnReasoning = turnOut / 2;
-        input += turnIn;
-        cached += turnCached;
-        output += turnOut;
-        reasoning += turnReasoning;
-        auto counts = [](int64_t in, int64_t ca, int64_t out, int64_t re) {
-            return R"({"input_tokens":)" + std::to_string(in) + R"(,"cached_input_tokens":)" +
-                   std::to_string(ca) + R"(,"output_tokens":)" + std::to_string(out) +
-                   R"(,"reasoning_output_tokens":)" + std::to_string(re) + R"(,"total_tokens":)" +
-                   std::to_string(in + out) + "}";
-        };
-        w.line(
-            R"({"timestamp":")" + iso(t + 0.5) +
-            R"(","type":"event_msg","payload":{"type":"token_count","info":{"total_token_usage":)" +
-            counts(input, cached, output, reasoning) + R"(,"last_token_usage":)" +
-            counts(turnIn, turnCached, turnOut, turnReasoning) +
-            R"(,"model_context_window":272000},"rate_limits":{"limit_id":"codex","primary":{"used_percent":)" +
-            std::to_string(rng.range(1, 80)) + R"(.0,"window_minutes":300,"resets_at":)" +
-            std::to_string(o.anchor + 86400 + 18000) + R"(},"secondary":{"used_percent":)" +
-            std::to_string(rng.range(1, 60)) + R"(.0,"window_minutes":10080,"resets_at":)" +
-            std::to_string(o.anchor + 86400 * 5) + R"(},"credits":null,"plan_type":"plus"}}})");
+            R"({"timestamp":")" + iso(t) + R"(","type":"session_meta","payload":{"id":")" + id +
+            R"(","timestamp":")" + iso(t) + R"(","cwd":")" + cwd +
+            R"(","originator":"codex_cli_rs","cli_version":"0.150.0","source":"cli","model_provider":"openai"}})");
+        w.line(R"({"timestamp":")" + iso(t + 1) + R"(","type":"turn_context","payload":{"cwd":")" +
+               cwd + R"(","model":"gpt-5-codex","effort":"high","approval_policy":"on-request"}})");
+        int64_t input = 0, cached = 0, output = 0, reasoning = 0;
+        while (w.bytes() < target) {
+            t += static_cast<double>(rng.range(5, 120));
+            w.line(
+                R"({"timestamp":")" + iso(t) +
+                R"(","type":"response_item","payload":{"type":"message","role":"assistant","content":[{"type":"output_text","text":")" +
+                filler(rng, static_cast<size_t>(rng.range(500, 12000))) + "\"}]}}");
+            const int64_t turnIn = rng.range(3000, 30000), turnCached = turnIn * 8 / 10;
+            const int64_t turnOut = rng.range(50, 3000), turnReasoning = turnOut / 2;
+            input += turnIn;
+            cached += turnCached;
+            output += turnOut;
+            reasoning += turnReasoning;
+            auto counts = [](int64_t in, int64_t ca, int64_t out, int64_t re) {
+                return R"({"input_tokens":)" + std::to_string(in) + R"(,"cached_input_tokens":)" +
+                       std::to_string(ca) + R"(,"output_tokens":)" + std::to_string(out) +
+                       R"(,"reasoning_output_tokens":)" + std::to_string(re) +
+                       R"(,"total_tokens":)" + std::to_string(in + out) + "}";
+            };
+            w.line(
+                R"({"timestamp":")" + iso(t + 0.5) +
+                R"(","type":"event_msg","payload":{"type":"token_count","info":{"total_token_usage":)" +
+                counts(input, cached, output, reasoning) + R"(,"last_token_usage":)" +
+                counts(turnIn, turnCached, turnOut, turnReasoning) +
+                R"(,"model_context_window":272000},"rate_limits":{"limit_id":"codex","primary":{"used_percent":)" +
+                std::to_string(rng.range(1, 80)) + R"(.0,"window_minutes":300,"resets_at":)" +
+                std::to_string(o.anchor + 86400 + 18000) + R"(},"secondary":{"used_percent":)" +
+                std::to_string(rng.range(1, 60)) + R"(.0,"window_minutes":10080,"resets_at":)" +
+                std::to_string(o.anchor + 86400 * 5) + R"(},"credits":null,"plan_type":"plus"}}})");
+        }
+        written = w.bytes();
     }
-    return w.bytes();
+    return compressed ? compress(path) : written;
 }
 
 uint64_t writeGemini(const fs::path& home, Random& rng, const Options& o) {
@@ -357,6 +383,8 @@ bool parse(int argc, char** argv, Options& o) {
             o.anchor = std::strtoll(v, nullptr, 10);
         else if (a == "--single")
             o.single = true;
+        else if (a == "--compressed-codex" && (v = value()))
+            o.compressedCodex = std::atoi(v);
         else
             return false;
     }
@@ -370,9 +398,11 @@ int main(int argc, char** argv) {
     if (!parse(argc, argv, o)) {
         std::fprintf(stderr,
                      "usage: make_corpus --out DIR [--megabytes N] [--files N] [--seed N] "
-                     "[--anchor UNIX_DAY_START] [--single]\n"
+                     "[--anchor UNIX_DAY_START] [--single] [--compressed-codex PERCENT]\n"
                      "Writes DIR/home/... as the coding tools would (at least 10 files), or with\n"
-                     "--single one Claude Code log of the whole size.\n");
+                     "--single one Claude Code log of the whole size. --compressed-codex leaves\n"
+                     "that share of the Codex rollouts compressed (.jsonl.zst), as Codex does\n"
+                     "with week-old ones.\n");
         return 2;
     }
     if (o.anchor == 0) o.anchor = static_cast<int64_t>(std::time(nullptr)) / 86400 * 86400;
@@ -410,8 +440,10 @@ int main(int argc, char** argv) {
     }
     for (int i = 0; i < codexFiles; ++i) {
         const uint64_t average = codexBytes / static_cast<uint64_t>(codexFiles);
+        // Spread evenly over the rollouts: with 50, every second one.
+        const bool compressed = (i + 1) * o.compressedCodex / 100 > i * o.compressedCodex / 100;
         written += writeCodexRollout(home / ".codex/sessions",
-                                     average / 2 + rng.next() % (average + 1), rng, o);
+                                     average / 2 + rng.next() % (average + 1), rng, o, compressed);
     }
     for (int i = 0; i < small; ++i) {
         written += writeGemini(home, rng, o);

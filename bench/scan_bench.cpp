@@ -9,10 +9,14 @@
 //   stats   one stat of every log file and log directory on all cores, as a rescan stats
 //           them and nothing else: the floor of a warm rescan, which no rescan that would
 //           notice an appended line can go below
+//   unzstd  decompressing every compressed log (.zst) once on one thread and nothing else:
+//           what compressed logs add to a cold scan beyond the floor, which reads their
+//           bytes as they lie on disk
 // Each run happens in a freshly started process, so its peak RSS is its own; medians of
 // --runs.
 // A scan's records are ready before its cache is on disk (the cache is written on a
 // background thread); "saved" is the time until the file is written too.
+#include "core/log_bytes.h"
 #include "core/paths.h"
 #include "core/scan.h"
 #include "core/scan_cache.h"
@@ -104,6 +108,22 @@ uint64_t readFloor(const Corpus& corpus) {
     return hits;
 }
 
+// Decompresses every compressed log once, one thread; returns the decoded bytes.
+uint64_t decodeCompressed(const Corpus& corpus) {
+    std::vector<char> buffer(1 << 20);
+    uint64_t decoded = 0;
+    for (const fs::path& file : corpus.files) {
+        if (!isCompressedLog(file.native())) continue;
+        const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd < 0) continue;
+        LogBytes bytes(fd, true);
+        for (ssize_t n; (n = bytes.read(buffer.data(), buffer.size())) > 0;)
+            decoded += static_cast<uint64_t>(n);
+        ::close(fd);
+    }
+    return decoded;
+}
+
 struct Sample {
     double ms = 0;       // until the work returned
     double savedMs = 0;  // until a background cache save, if any, was on disk as well
@@ -111,8 +131,8 @@ struct Sample {
 };
 
 // What a child process measures (`scan_bench --child WHAT --home DIR`).
-enum class Work { floor, scan, rescan, stats };
-constexpr const char* kWorkNames[] = {"floor", "scan", "rescan", "stats"};
+enum class Work { floor, scan, rescan, stats, unzstd };
+constexpr const char* kWorkNames[] = {"floor", "scan", "rescan", "stats", "unzstd"};
 
 // Runs `what` in a freshly started copy of this program, as `tally --scan` runs: a forked
 // child would inherit this process's heap and pay copy-on-write faults that no real scan
@@ -153,7 +173,7 @@ void scan() {
 // The child's side: prepares, times the work, writes the times to `out`.
 int runChild(std::string_view what, const fs::path& home, int out) {
     Corpus corpus;
-    if (what == "floor" || what == "stats") corpus = logFiles(home);
+    if (what == "floor" || what == "stats" || what == "unzstd") corpus = logFiles(home);
     if (what == "rescan") scan();
     ScanCache::waitForSave();
     const auto start = std::chrono::steady_clock::now();
@@ -165,6 +185,8 @@ int runChild(std::string_view what, const fs::path& home, int out) {
         readFloor(corpus);
     else if (what == "stats")
         statFloor(home, corpus);
+    else if (what == "unzstd")
+        decodeCompressed(corpus);
     else
         scan();
     double times[2] = {since(), 0};
@@ -241,6 +263,17 @@ int main(int argc, char** argv) {
         "medians\n",
         corpus.files.size(), corpus.directories.size(),
         static_cast<double>(corpus.bytes) / (1 << 20), home.c_str(), runs);
+    size_t compressedFiles = 0;
+    uint64_t compressedBytes = 0;
+    for (const fs::path& file : corpus.files)
+        if (isCompressedLog(file.native())) {
+            ++compressedFiles;
+            compressedBytes += fs::file_size(file);
+        }
+    if (compressedFiles)
+        std::printf("compressed: %zu logs, %.1f MB on disk, %.1f MB decoded\n", compressedFiles,
+                    static_cast<double>(compressedBytes) / (1 << 20),
+                    static_cast<double>(decodeCompressed(corpus)) / (1 << 20));
     readFloor(corpus);  // warm the page cache
 
     fs::path appended;
@@ -252,7 +285,7 @@ int main(int argc, char** argv) {
     // Each round measures everything once, so that a slow spell of the machine weighs on
     // all the figures alike rather than on whichever was being measured at the time, and
     // the ratios stay fair.
-    std::vector<Sample> floor, cold, warm, inApp, append, stats;
+    std::vector<Sample> floor, cold, warm, inApp, append, stats, unzstd;
     for (int r = 0; r < runs; ++r) {
         floor.push_back(inChild(Work::floor, home));
         fs::remove_all(support);
@@ -265,6 +298,7 @@ int main(int argc, char** argv) {
             << "\n";
         append.push_back(inChild(Work::scan, home));
         stats.push_back(inChild(Work::stats, home));
+        if (compressedFiles) unzstd.push_back(inChild(Work::unzstd, home));
     }
 
     const Sample f = median(floor), c = median(cold);
@@ -274,6 +308,7 @@ int main(int argc, char** argv) {
     report("in app", median(inApp), corpus, 0, c.ms, "cold");
     report("append", median(append), corpus, 1, c.ms, "cold");
     report("stats", median(stats), corpus, 0, c.ms, "cold");
+    if (compressedFiles) report("unzstd", median(unzstd), corpus, compressedFiles, f.ms, "floor");
     fs::remove_all(support);
     return 0;
 }

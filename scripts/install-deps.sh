@@ -8,7 +8,7 @@ packages=(
   # build
   cmake ninja-build g++ make pkg-config git ca-certificates clang-format
   # UsageKit
-  libsimdjson-dev libcurl4-openssl-dev libsqlite3-dev libsecret-1-dev
+  libsimdjson-dev libcurl4-openssl-dev libsqlite3-dev libsecret-1-dev libzstd-dev
   # tests and benchmark
   libgtest-dev libgmock-dev libcpp-httplib-dev libbenchmark-dev
   dbus dbus-x11 gnome-keyring libsecret-tools

@@ -42,12 +42,13 @@ template <class Chunk>
 bool streamFile(const std::filesystem::path& path, Chunk&& chunk) {
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
+    LogBytes bytes(fd, isCompressedLog(path.native()));
     ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     buffer.grow(kChunk, 0);
     size_t filled = 0;  // bytes of an unfinished line at the front of the buffer
     for (;;) {
         if (filled == buffer.size) buffer.grow(buffer.size * 2, filled);
-        ssize_t n = ::read(fd, buffer.data.get() + filled, buffer.size - filled);
+        ssize_t n = bytes.read(buffer.data.get() + filled, buffer.size - filled);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) break;
         const size_t length = filled + static_cast<size_t>(n);

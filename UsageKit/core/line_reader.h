@@ -1,7 +1,10 @@
 // Streams a file's lines through a bounded buffer, so a log of gigabytes is read once,
 // without ever holding it whole. Lines are split at "\n"; empty lines are skipped; a last
-// line without a newline is still delivered.
+// line without a newline is still delivered. A log whose name ends in ".zst" is
+// decompressed on the way (LogBytes), into the same bounded buffer.
 #pragma once
+
+#include "core/log_bytes.h"
 
 #include <cstddef>
 #include <filesystem>

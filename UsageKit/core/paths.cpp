@@ -77,17 +77,52 @@ bool isScratchState() {
     return !environment("TALLY_SUPPORT_DIR").empty();
 }
 
-fs::path claudeProjects() {
-    return home() / ".claude/projects";
+namespace {
+
+// Each directory of $CLAUDE_CONFIG_DIR, else ~/.claude.
+std::vector<fs::path> claudeHomes() {
+    std::vector<fs::path> homes;
+    const std::string configured = environment("CLAUDE_CONFIG_DIR");
+    for (size_t from = 0; from < configured.size();) {
+        size_t comma = configured.find(',', from);
+        if (comma == std::string::npos) comma = configured.size();
+        std::string entry = configured.substr(from, comma - from);
+        entry.erase(0, entry.find_first_not_of(" \t"));
+        entry.erase(entry.find_last_not_of(" \t") + 1);
+        if (!entry.empty()) homes.emplace_back(entry);
+        from = comma + 1;
+    }
+    if (homes.empty()) homes.push_back(home() / ".claude");
+    return homes;
 }
-fs::path claudeCredentials() {
-    return home() / ".claude/.credentials.json";
+
+}  // namespace
+
+std::vector<fs::path> claudeProjectRoots() {
+    std::vector<fs::path> roots;
+    for (const fs::path& claude : claudeHomes())
+        roots.push_back(claude / "projects");
+    if (environment("CLAUDE_CONFIG_DIR").empty()) roots.push_back(configHome() / "claude/projects");
+    return roots;
+}
+fs::path claudeProjects() {
+    return claudeProjectRoots().front();
+}
+std::vector<fs::path> claudeCredentialFiles() {
+    std::vector<fs::path> files;
+    for (const fs::path& claude : claudeHomes())
+        files.push_back(claude / ".credentials.json");
+    return files;
+}
+fs::path codexHome() {
+    const std::string configured = environment("CODEX_HOME");
+    return configured.empty() ? home() / ".codex" : fs::path(configured);
 }
 fs::path codexSessions() {
-    return home() / ".codex/sessions";
+    return codexHome() / "sessions";
 }
 fs::path codexArchived() {
-    return home() / ".codex/archived_sessions";
+    return codexHome() / "archived_sessions";
 }
 fs::path grokSessions() {
     return home() / ".grok/sessions";
@@ -105,7 +140,9 @@ fs::path openCodeDatabase() {
 }
 
 std::vector<fs::path> copilotRoots() {
-    return {home() / ".copilot", configHome() / "github-copilot"};
+    const std::string configured = environment("COPILOT_HOME");
+    return {configured.empty() ? home() / ".copilot" : fs::path(configured),
+            configHome() / "github-copilot"};
 }
 
 fs::path cursorDatabase() {

@@ -23,15 +23,22 @@ fs::path state(const std::string& name);
 // True when TALLY_SUPPORT_DIR is set and non-empty: the state is a throw-away copy.
 bool isScratchState();
 
-fs::path claudeProjects();
-fs::path claudeCredentials();  // Claude Code's sign-in file
+// Claude Code's homes: each directory of $CLAUDE_CONFIG_DIR (a comma-separated list) when
+// it is set and non-empty, else ~/.claude. Without it, some versions wrote their projects
+// under ${XDG_CONFIG_HOME:-~/.config}/claude, which is read as well.
+std::vector<fs::path> claudeProjectRoots();
+fs::path claudeProjects();  // the first of claudeProjectRoots()
+// Claude Code's sign-in file in each home, in order.
+std::vector<fs::path> claudeCredentialFiles();
+// $CODEX_HOME when set and non-empty, else ~/.codex.
+fs::path codexHome();
 fs::path codexSessions();
 fs::path codexArchived();
 fs::path grokSessions();
 // ~/.gemini, then $GEMINI_CLI_HOME/.gemini when that is set and non-empty.
 std::vector<fs::path> geminiHomes();
 fs::path openCodeDatabase();
-// ~/.copilot, then ${XDG_CONFIG_HOME:-~/.config}/github-copilot.
+// $COPILOT_HOME (else ~/.copilot), then ${XDG_CONFIG_HOME:-~/.config}/github-copilot.
 std::vector<fs::path> copilotRoots();
 fs::path cursorDatabase();
 

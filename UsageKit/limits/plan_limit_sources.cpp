@@ -4,9 +4,12 @@
 #include "accounts/http.h"
 #include "accounts/keychain.h"
 #include "core/checked.h"
+#include "core/line_reader.h"
+#include "core/log_bytes.h"
 #include "core/paths.h"
 #include "core/scan.h"
 #include "core/store.h"
+#include "sources/log_roots.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -15,6 +18,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <deque>
 #include <utility>
 #include <vector>
 
@@ -199,8 +203,10 @@ std::optional<SignIn> parseSignIn(std::string_view data) {
 std::optional<SignIn> claudeSignIn() {
     // Claude Code on Linux keeps its sign-in in a file; some set-ups keep it in the
     // Secret Service under the name it uses on the Mac.
-    if (auto data = Store::readFile(TallyPaths::claudeCredentials()))
-        if (auto signIn = parseSignIn(*data)) return signIn;
+    // $CLAUDE_CONFIG_DIR may name several homes: the first sign-in found is used.
+    for (const fs::path& file : TallyPaths::claudeCredentialFiles())
+        if (auto data = Store::readFile(file))
+            if (auto signIn = parseSignIn(*data)) return signIn;
     if (auto data = Keychain::foreign("Claude Code-credentials")) return parseSignIn(*data);
     return std::nullopt;
 }
@@ -256,13 +262,42 @@ PlanLimits parseClaude(const JSON& answer, Date asOf, std::optional<std::string>
     return limits;
 }
 
+namespace {
+
+// A compressed log cannot be read from its end: it is decoded through once, keeping only
+// the lines a plain tail would be searched for (those with "rate_limits"), the newest last,
+// as many as fit in `bytes`. Absent when the file cannot be opened.
+std::optional<std::string> compressedTail(const fs::path& file, size_t bytes) {
+    std::deque<std::string> lines;
+    size_t held = 0;
+    const bool opened =
+        Scan::forEachLineContaining(file, "\"rate_limits\"", [&](std::string_view line) {
+            if (line.size() >= bytes) return;
+            lines.emplace_back(line);
+            held += line.size() + 1;
+            while (held > bytes) {
+                held -= lines.front().size() + 1;
+                lines.pop_front();
+            }
+        });
+    if (!opened) return std::nullopt;
+    std::string text;
+    text.reserve(held);
+    for (const std::string& line : lines)
+        text.append(line).push_back('\n');
+    return text;
+}
+
+}  // namespace
+
 fs::path codexSessions() {
     return TallyPaths::codexSessions();
 }
 
 std::optional<PlanLimits> codex(const fs::path& root) {
     std::vector<std::pair<double, fs::path>> logs;
-    for (std::string& file : Scan::files(root, ".jsonl")) {
+    for (std::string& file :
+         LogRoots::withoutCompressedTwins(Scan::files(root, {".jsonl", ".jsonl.zst"}))) {
         struct stat info {};
         if (::stat(file.c_str(), &info) != 0) continue;
         double modified = static_cast<double>(info.st_mtim.tv_sec) +
@@ -275,7 +310,8 @@ std::optional<PlanLimits> codex(const fs::path& root) {
 
     JSONParser parser;
     for (const auto& [modified, file] : logs) {
-        auto text = tail(file, kCodexTailBytes);
+        auto text = isCompressedLog(file.native()) ? compressedTail(file, kCodexTailBytes)
+                                                   : tail(file, kCodexTailBytes);
         if (!text) continue;
         std::string_view rest(*text);
         // Last line first: the newest turn carries the current figures.

@@ -51,9 +51,12 @@ PlanLimits claude(Date now);
 // when above 0. Pure.
 PlanLimits parseClaude(const JSON& answer, Date asOf, std::optional<std::string> plan);
 
+// The sessions folder of Codex's home ($CODEX_HOME, else ~/.codex).
 fs::path codexSessions();
 // The limits on the last line that carries them, in the newest of the five newest logs
-// under `root` that has one; only the last 256 KiB of each log is read.
+// under `root` that has one; only the last 256 KiB of each log is read. A compressed log
+// (.jsonl.zst, left out while its plain twin is there) cannot be read from its end: it is
+// decoded through once and its last 256 KiB of lines with "rate_limits" are searched.
 std::optional<PlanLimits> codex(const fs::path& root);
 // One Codex log line; absent unless it carries a non-null "rate_limits" with a window.
 std::optional<PlanLimits> parseCodex(std::string_view line);

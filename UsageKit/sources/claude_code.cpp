@@ -6,6 +6,7 @@
 #include "core/paths.h"
 #include "core/scan.h"
 #include "core/uuid.h"
+#include "sources/log_roots.h"
 #include "sources/log_source.h"
 
 #include <simdjson.h>
@@ -363,9 +364,10 @@ class LogParser {
 }  // namespace
 
 FoundRecords ClaudeCodeSource::scan(ScanCache& cache) const {
-    return recordsOfFiles(cache,
-                          Scan::files(TallyPaths::claudeProjects(), ".jsonl", &cache.directories),
-                          [](const std::filesystem::path& file) { return parse(file); });
+    // A projects folder reached twice (listed twice, or through a link) is read once.
+    return recordsOfFiles(
+        cache, LogRoots::files(TallyPaths::claudeProjectRoots(), {".jsonl"}, &cache.directories),
+        [](const std::filesystem::path& file) { return parse(file); });
 }
 
 std::vector<UsageRecord> ClaudeCodeSource::parse(const std::filesystem::path& file) {

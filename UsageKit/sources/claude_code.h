@@ -1,6 +1,6 @@
-// Claude Code's conversation logs (~/.claude/projects/<project>/<session>.jsonl, and the
-// sub-agent logs below them) as usage records: one per request, folded per model, day,
-// project and session.
+// Claude Code's conversation logs (<home>/projects/<project>/<session>.jsonl, and the
+// sub-agent logs below them, for each home of TallyPaths::claudeProjectRoots) as usage
+// records: one per request, folded per model, day, project and session.
 // Never throws while parsing: a line that is not JSON, carries no usage, repeats a request
 // already counted, or holds a count beyond 64 bits is skipped; an unreadable file is empty.
 #pragma once

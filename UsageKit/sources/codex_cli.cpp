@@ -2,8 +2,11 @@
 
 #include "core/checked.h"
 #include "core/line_reader.h"
+#include "core/log_bytes.h"
 #include "core/paths.h"
 #include "core/scan.h"
+#include "sources/codex_forks.h"
+#include "sources/log_roots.h"
 #include "sources/log_source.h"
 
 #include <algorithm>
@@ -112,9 +115,14 @@ namespace {
 // otherwise from the running totals of its "token_count" events. Both kinds are
 // folded in the one pass, each with its own state, and one fold is kept at the end:
 // once a record line has been seen the totals are no longer followed.
+//
+// A fork's log first replays its parent's whole log (see codex_forks.h): its turns are held
+// back until the end, when the parent is looked up and the replayed ones are left out.
 class LogParser {
   public:
-    explicit LogParser(std::string fallbackSession) : m_session(std::move(fallbackSession)) {
+    explicit LogParser(std::string fallbackSession,
+                       const CodexForks::ParentLookup* parents = nullptr)
+        : m_session(std::move(fallbackSession)), m_parents(parents) {
         m_record.provider = Provider::codexCLI;
         m_record.calls = 1;
     }
@@ -150,12 +158,20 @@ class LogParser {
     }
 
     std::vector<UsageRecord> finish() {
+        if (m_forkedFrom) countForkOwnTurns();
         return m_recordMode ? m_fromRecords.take() : m_fromTotals.take();
     }
 
   private:
     void sessionMeta(const JSON& payload) {
         if (!payload.isObject()) return;
+        // In a fork every later session_meta is its parent's (or an ancestor's), replayed:
+        // the fork keeps its own session, project and kind.
+        if (m_forkedFrom) return;
+        if (!m_metaSeen) {
+            m_metaSeen = true;
+            if (auto parent = payload["forked_from_id"].string()) m_forkedFrom.emplace(*parent);
+        }
         if (auto id = payload["id"].string())
             m_session = *id;
         else if (auto sessionId = payload["session_id"].string())
@@ -183,6 +199,10 @@ class LogParser {
         if (!m_model) return;
         auto date = Scan::date(timestamp);
         if (!date) return;
+        if (m_forkedFrom) {
+            if (build(*date, counts)) m_forkRecords.push_back({std::string(key), m_record});
+            return;
+        }
         count(m_fromRecords, *date, counts);
     }
 
@@ -195,6 +215,7 @@ class LogParser {
         const Counts current(totals);
         // Codex repeats the last totals on events that carry no new turn.
         if (m_previous && *m_previous == current) return;
+        if (m_forkedFrom) m_forkTotals.push_back(current);
         const std::optional<Counts> previous = m_previous;
         m_previous = current;
         Counts delta = current;
@@ -212,13 +233,37 @@ class LogParser {
         if (!m_model) return;
         auto date = Scan::date(timestamp);
         if (!date) return;
+        if (m_forkedFrom) {
+            if (build(*date, delta)) m_forkTurns.push_back({m_forkTotals.size() - 1, m_record});
+            return;
+        }
         count(m_fromTotals, *date, delta);
+    }
+
+    // The fork's own turns, now that the whole file is read: with record lines, those whose
+    // key the parent's log does not hold; with running totals, those after the longest
+    // run of totals that repeats the parent's from its start. Without the parent's log
+    // (deleted, or parsed from text alone) every turn counts, as in any other log.
+    void countForkOwnTurns() {
+        const std::optional<CodexForks::ParentLog> parent =
+            m_parents ? (*m_parents)(*m_forkedFrom) : std::nullopt;
+        for (const auto& [key, record] : m_forkRecords)
+            if (!parent || !parent->recordKeys.contains(key)) m_fromRecords.add(record);
+        const size_t replayed =
+            parent ? CodexForks::replayedTurns(m_forkTotals, parent->totals) : 0;
+        for (const auto& [event, record] : m_forkTurns)
+            if (event >= replayed) m_fromTotals.add(record);
     }
 
     // One request, folded as it comes. The record is rewritten in place each time, and its
     // id is left empty because folding replaces it, so a request that adds to a fold seen
     // before allocates nothing.
     void count(Scan::Folder& into, Date date, const Counts& counts) {
+        if (build(date, counts)) into.add(m_record);
+    }
+
+    // Rewrites m_record for one request; false when it holds no tokens.
+    bool build(Date date, const Counts& counts) {
         UsageRecord& r = m_record;
         // input_tokens includes the cached part; we keep uncached input only.
         r.input = std::max<int64_t>(0, checkedSub(counts.input, counts.cachedInput));
@@ -231,7 +276,7 @@ class LogParser {
         r.project = m_project;
         r.session = m_session;
         r.kind = m_subThread ? "subagent" : "session";
-        if (Scan::hasTokens(r)) into.add(r);
+        return Scan::hasTokens(r);
     }
 
     // Assigning into the string already there reuses its memory.
@@ -250,26 +295,49 @@ class LogParser {
     std::optional<Counts> m_previous;
     SeenKeys m_seen;
     UsageRecord m_record;
+    // A fork's parent, from its first session_meta, and its turns held back until the end:
+    // every distinct running total in order, each turn with the index of its total, and
+    // each record line with its key.
+    const CodexForks::ParentLookup* m_parents;
+    bool m_metaSeen = false;
+    std::optional<std::string> m_forkedFrom;
+    std::vector<Counts> m_forkTotals;
+    std::vector<std::pair<size_t, UsageRecord>> m_forkTurns;
+    std::vector<std::pair<std::string, UsageRecord>> m_forkRecords;
     Scan::Folder m_fromRecords;
     Scan::Folder m_fromTotals;
 };
 
 }  // namespace
 
+namespace {
+
+std::vector<UsageRecord> parseLog(const std::filesystem::path& file,
+                                  const CodexForks::ParentLookup* parents) {
+    LogParser parser(std::string(logStem(file.filename().native())), parents);
+    Scan::forEachLineInFile(file, [&](std::string_view line) { parser.line(line); });
+    return parser.finish();
+}
+
+}  // namespace
+
 std::vector<std::string> CodexCLISource::files(DirectoryIndex* index) {
     std::vector<std::string> found;
-    for (const auto& root : {TallyPaths::codexSessions(), TallyPaths::codexArchived()}) {
-        for (std::string& file : Scan::files(root, ".jsonl", index)) {
+    for (const auto& root :
+         LogRoots::distinct({TallyPaths::codexSessions(), TallyPaths::codexArchived()})) {
+        for (std::string& file : Scan::files(root, {".jsonl", ".jsonl.zst"}, index)) {
             if (std::string_view(file).substr(file.rfind('/') + 1).starts_with("rollout-"))
                 found.push_back(std::move(file));
         }
     }
-    return found;
+    return LogRoots::withoutCompressedTwins(std::move(found));
 }
 
 FoundRecords CodexCLISource::scan(ScanCache& cache) const {
-    return recordsOfFiles(cache, files(&cache.directories),
-                          [](const std::filesystem::path& file) { return parse(file); });
+    const std::vector<std::string> logs = files(&cache.directories);
+    const CodexForks::ParentLookup parents = CodexForks::lookupIn(logs);
+    return recordsOfFiles(
+        cache, logs, [&](const std::filesystem::path& file) { return parseLog(file, &parents); });
 }
 
 std::vector<UsageRecord> CodexCLISource::parse(std::string_view text,
@@ -280,9 +348,7 @@ std::vector<UsageRecord> CodexCLISource::parse(std::string_view text,
 }
 
 std::vector<UsageRecord> CodexCLISource::parse(const std::filesystem::path& file) {
-    LogParser parser(file.stem().string());
-    Scan::forEachLineInFile(file, [&](std::string_view line) { parser.line(line); });
-    return parser.finish();
+    return parseLog(file, nullptr);
 }
 
 }  // namespace usagekit

@@ -1,5 +1,7 @@
-// Codex CLI's session logs (~/.codex/sessions/**/rollout-*.jsonl, then
-// ~/.codex/archived_sessions) as usage records, folded per model, day, project and session.
+// Codex CLI's session logs (rollout-*.jsonl under $CODEX_HOME or ~/.codex: sessions/, then
+// archived_sessions/) as usage records, folded per model, day, project and session. Codex
+// compresses a rollout idle for a week to rollout-*.jsonl.zst, read the same way; while a
+// plain copy lies beside it, only the plain one is read.
 // A log is a stream of events: newer logs write one "token_usage_record" per turn, older
 // ones only running totals, which become per-turn differences here.
 // Never throws while parsing: a broken line, or one with a count beyond 64 bits, is
@@ -50,14 +52,15 @@ class CodexCLISource : public UsageSource {
     Provider provider() const override { return Provider::codexCLI; }
     FoundRecords scan(ScanCache& cache) const override;
 
-    // Files named "rollout-*" ending in ".jsonl": the live sessions, then the archived.
+    // Files named "rollout-*" ending in ".jsonl" or ".jsonl.zst": the live sessions, then
+    // the archived, a compressed log left out while its plain twin is there.
     static std::vector<std::string> files(DirectoryIndex* index = nullptr);
 
     // One log's text; records without a session_meta carry `fallbackSession`.
     static std::vector<UsageRecord> parse(std::string_view text,
                                           const std::string& fallbackSession);
-    // The same, streamed from a file, with the file's name less its extension as the
-    // fallback session.
+    // The same, streamed (and decompressed) from a file, with the file's name less
+    // ".jsonl" or ".jsonl.zst" as the fallback session.
     static std::vector<UsageRecord> parse(const std::filesystem::path& file);
 };
 

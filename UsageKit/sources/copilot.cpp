@@ -6,9 +6,11 @@
 #include "core/paths.h"
 #include "core/scan.h"
 #include "sources/epoch.h"
+#include "sources/log_roots.h"
 #include "sources/log_source.h"
 #include "sources/spellings.h"
 
+#include <algorithm>
 #include <optional>
 
 namespace usagekit {
@@ -28,6 +30,47 @@ std::optional<Date> lineDate(const JSON& timestamp) {
     return Epoch::secondsOrMilliseconds(timestamp.number().value_or(0));
 }
 
+// One record per model of a Copilot CLI "session.shutdown" event. The CLI writes one such
+// event each time a session ends, its counts from zero since the session was (re)entered,
+// so a session resumed twice holds three and each counts.
+//
+// "inputTokens" includes the cached tokens, as OpenAI's prompt_tokens does: the CLI's own
+// summary prints "102.0k in, 475 out, 50.2k cached" where the cached part is the cache reads
+// and writes together, and in every published example the cached figure is below the input
+// one. So input is stored net of both, clamped at 0, as for Codex.
+void countShutdown(const JSON& line, const std::string& session,
+                   const std::optional<std::string>& project, std::vector<UsageRecord>& into) {
+    const JSON metrics = line["data"]["modelMetrics"];
+    if (!metrics.isObject()) return;
+    auto date = lineDate(line["timestamp"]);
+    if (!date) return;
+    for (const auto& [model, metric] : metrics.members()) {
+        const JSON usage = metric["usage"];
+        if (!usage.isObject()) continue;
+        UsageRecord r;
+        try {
+            const int64_t input = usage["inputTokens"].integer();
+            r.cacheRead = usage["cacheReadTokens"].integer();
+            r.cacheWrite = usage["cacheWriteTokens"].integer();
+            r.input =
+                std::max<int64_t>(0, checkedSub(input, checkedAdd(r.cacheRead, r.cacheWrite)));
+            r.output = usage["outputTokens"].integer();
+            r.reasoning = usage["reasoningTokens"].integer();
+            const JSON count = metric["requests"]["count"];
+            r.calls = count.number() ? count.integer() : 1;
+        } catch (const OutOfRange&) {
+            continue;
+        }
+        r.date = *date;
+        r.provider = Provider::copilot;
+        r.model = model;
+        r.project = project;
+        r.session = session;
+        r.kind = "session";
+        into.push_back(std::move(r));
+    }
+}
+
 // Lines are numbered over the non-empty lines of a file, so that ids of lines without
 // their own stay the same from scan to scan.
 class LineParser {
@@ -37,11 +80,23 @@ class LineParser {
     void line(std::string_view text) {
         const size_t position = m_position++;
         // Both keys that can hold usage, "usage" and "tokenUsage", end in these bytes; most
-        // lines carry neither and are not worth parsing.
-        if (!Scan::contains(text, "sage\"")) return;
+        // lines carry neither and are not worth parsing. A CLI session's start names its
+        // working directory.
+        const bool mayHoldUsage = Scan::contains(text, "sage\"");
+        if (!mayHoldUsage && !Scan::contains(text, "\"session.start\"")) return;
         auto parsed = m_parser.parse(text);
         if (!parsed || !parsed->isObject()) return;
         const JSON& line = *parsed;
+
+        const std::optional<std::string_view> type = line["type"].string();
+        if (type == "session.start") {
+            if (auto cwd = line["data"]["context"]["cwd"].string()) m_project.emplace(*cwd);
+            return;
+        }
+        if (type == "session.shutdown") {
+            countShutdown(line, m_session, m_project, m_records);
+            return;
+        }
 
         JSON usage = line["usage"];
         if (!usage.hasValue()) usage = line["tokenUsage"];
@@ -81,6 +136,7 @@ class LineParser {
   private:
     JSONParser m_parser;
     const std::string& m_session;
+    std::optional<std::string> m_project;  // from a CLI session's start
     size_t m_position = 0;
     std::vector<UsageRecord> m_records;
 };
@@ -92,11 +148,7 @@ std::vector<fs::path> CopilotSource::roots() {
 }
 
 std::vector<std::string> CopilotSource::files(DirectoryIndex* index) {
-    std::vector<std::string> found;
-    for (const fs::path& root : roots())
-        for (std::string& file : Scan::files(root, {".jsonl", ".json"}, index))
-            found.push_back(std::move(file));
-    return found;
+    return LogRoots::files(roots(), {".jsonl", ".json"}, index);
 }
 
 std::vector<UsageRecord> CopilotSource::parse(std::string_view text, const std::string& session) {
@@ -105,8 +157,16 @@ std::vector<UsageRecord> CopilotSource::parse(std::string_view text, const std::
     return parser.finish();
 }
 
+std::string CopilotSource::sessionOf(const fs::path& file) {
+    // The CLI keeps each session in session-state/<id>/events.jsonl: the folder names it.
+    if (file.filename() == "events.jsonl" &&
+        file.parent_path().parent_path().filename() == "session-state")
+        return file.parent_path().filename().string();
+    return file.stem().string();
+}
+
 std::vector<UsageRecord> CopilotSource::parseFile(const fs::path& file) {
-    const std::string session = file.stem().string();
+    const std::string session = sessionOf(file);
     LineParser parser(session);
     Scan::forEachLineInFile(file, [&](std::string_view line) { parser.line(line); });
     return parser.finish();

@@ -162,6 +162,18 @@ TEST_F(CodexLimits, OnlyTheLast256KiBOfTheFiveNewestLogsAreRead) {
     EXPECT_TRUE(read());
 }
 
+TEST_F(CodexLimits, ACompressedNewestLogIsReadToo) {
+    const fs::path compressed =
+        copyFixture("codex/week_old_session.jsonl.zst",
+                    ".codex/sessions/2026/05/10/rollout-2026-05-10T08-59-58-s.jsonl.zst");
+    testing::setModified(compressed, 2000);
+    log("rollout-old.jsonl", codexLine(77) + "\n", 1000);
+    auto limits = read();
+    ASSERT_TRUE(limits);
+    EXPECT_EQ(limits->windows[0].used, 14);
+    EXPECT_EQ(limits->asOf, at("2026-05-10T09:03:21Z"));
+}
+
 TEST_F(CodexLimits, TailReplacesACutCharacter) {
     fs::path file = write("t.txt", "caf\xC3\xA9!\xFF");  // "é" is two bytes
     EXPECT_EQ(PlanLimitSources::tail(file, 3), "\xEF\xBF\xBD!\xEF\xBF\xBD");

@@ -55,10 +55,17 @@ void TempHome::SetUp() {
     m_xdgConfig.emplace("XDG_CONFIG_HOME", std::nullopt);
     m_xdgData.emplace("XDG_DATA_HOME", std::nullopt);
     m_gemini.emplace("GEMINI_CLI_HOME", std::nullopt);
+    // The tools' own variables of the developer running the tests must not lead outside.
+    m_codex.emplace("CODEX_HOME", std::nullopt);
+    m_claude.emplace("CLAUDE_CONFIG_DIR", std::nullopt);
+    m_copilot.emplace("COPILOT_HOME", std::nullopt);
     TallyPaths::setSupport(support);
 }
 
 void TempHome::TearDown() {
+    m_copilot.reset();
+    m_claude.reset();
+    m_codex.reset();
     m_gemini.reset();
     m_xdgData.reset();
     m_xdgConfig.reset();

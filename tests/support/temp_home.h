@@ -53,7 +53,8 @@ class TempHome : public ::testing::Test {
     fs::path copyFixture(const std::string& relative, const fs::path& target);
 
   private:
-    std::optional<ScopedEnv> m_home, m_support, m_xdgConfig, m_xdgData, m_gemini;
+    std::optional<ScopedEnv> m_home, m_support, m_xdgConfig, m_xdgData, m_gemini, m_codex, m_claude,
+        m_copilot;
 };
 
 // A TempHome in UTC, for readers' tests whose folded records name their day's start in UTC.
