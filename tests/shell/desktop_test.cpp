@@ -129,7 +129,8 @@ class DesktopTest : public QObject {
                       claudeLineFromAMinuteAgo());
         startApp();
         AppModel& model = m_app->model();
-        QTRY_VERIFY(!model.ledger()->records.empty());
+        QSignalSpy firstScan(&model, &AppModel::ledgerChanged);
+        QTRY_COMPARE(firstScan.count(), 2);  // the local figures, then the accounts
         const double today = model.totals(SpendBudget::Period::day).allUSD();
         SpendBudget budget = SpendBudget::newBudget(SpendBudget::Period::day);
         budget.capUSD = std::round(today / 0.9 * 100) / 100;  // about 90% spent

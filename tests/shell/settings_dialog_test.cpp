@@ -1,12 +1,12 @@
 // Settings as the user changes them: every change is on disk at once and read back by the
 // next model, and a key goes to the Secret Service, never to a file.
-#include "shell/autostart.h"
 #include "shell/settings_dialog.h"
 #include "accounts/anthropic_admin.h"
 #include "accounts/keychain.h"
 #include "core/settings.h"
 #include "limits/spend_budget.h"
 #include "shell/app_model.h"
+#include "shell/autostart.h"
 #include "shell/key_field.h"
 #include "shell/side_cards.h"
 #include "shell/theme.h"
