@@ -6,7 +6,7 @@
 //   published   in process: a cold scan started until the local figures are published
 //   GUI stall   the longest gap between two ticks of a 5 ms timer on the GUI thread while
 //               a cold scan and a remote refresh against a slow loopback server run
-//   idle        event-loop wake-ups in 10 s once everything settled, dashboard shown
+//   idle        event-loop wake-ups in 10 s and in 25 s once everything settled, dashboard shown
 //   RSS         resident memory with the corpus's ledger published and the views shown
 #include "shell/app_model.h"
 #include "shell/dashboard_window.h"
@@ -177,14 +177,19 @@ int main(int argc, char** argv) {
         static_cast<double>(longestGap) / 1e6, static_cast<double>(clock.elapsed()) / 1000);
 
     idleFor(2000);
+    // Entering the loop and the window's own end timer wake it once each; anything else is
+    // the app's. Two windows of different lengths tell the two apart.
     int wakeups = 0;
     QObject::connect(QAbstractEventDispatcher::instance(), &QAbstractEventDispatcher::awake,
                      [&] { ++wakeups; });
-    idleFor(10'000);
-    std::printf(
-        "idle         %7d wake-ups in 10 s (anything that woke the event loop; 1 is the end of the "
-        "window)\n",
-        wakeups);
+    std::vector<int> counts;
+    for (int seconds : {10, 25}) {
+        wakeups = 0;
+        idleFor(seconds * 1000);
+        counts.push_back(wakeups);
+    }
+    std::printf("idle         %7d wake-ups in 10 s, %d in 25 s (2 are the measurement's own)\n",
+                counts[0], counts[1]);
     std::printf("RSS          %7.1f MB  (ledger published, dashboard shown)\n",
                 static_cast<double>(residentKilobytes()) / 1024);
     slow.stop();
