@@ -1,7 +1,11 @@
 // Writes a realistic home directory of coding-agent logs for the benchmark and the demo:
 // Claude Code sessions (most of the bytes, mostly message content that carries no usage),
 // Codex rollouts, and smaller Gemini, Grok, Copilot and OpenCode data. The same seed,
-// size, file count and anchor day always give the same bytes.
+// size, file count, anchor day and profile always give the same bytes.
+//
+// Profiles: in the default one each Claude Code session and Codex rollout keeps one model
+// (about one record per log); with `--profile many-models` a session switches among four
+// models as a heavy user's does (about four records per log), at the same size.
 #include <sqlite3.h>
 
 #include <cinttypes>
@@ -25,8 +29,12 @@ struct Options {
     uint64_t seed = 1;
     int64_t anchor = 0;  // the newest day in the corpus, as seconds since 1970 (UTC midnight)
     int days = 60;
-    bool single = false;  // one Claude Code log of the whole size, nothing else
+    bool single = false;      // one Claude Code log of the whole size, nothing else
+    bool manyModels = false;  // sessions switch models (--profile many-models)
 };
+
+// In the many-models profile, the chance that a session picks its model anew at a turn.
+constexpr int kSwitchPercent = 50;
 
 // splitmix64: small, fast and the same everywhere.
 class Random {
@@ -109,6 +117,7 @@ class Writer {
 
 const char* kClaudeModels[] = {"claude-sonnet-4-6", "claude-opus-4-7", "claude-haiku-4-5",
                                "claude-sonnet-4-6-20260101"};
+const char* kCodexModels[] = {"gpt-5-codex", "gpt-5", "gpt-5.5", "gpt-5.6-sol"};
 const char* kProjects[] = {"/home/ana/src/app", "/home/ana/src/api", "/home/ana/work/infra",
                            "/home/ana/src/site", "/home/ana/play/tool kit"};
 
@@ -123,13 +132,14 @@ uint64_t writeClaudeSession(const fs::path& file, uint64_t target, bool sidechai
     Writer w(file);
     const std::string session = rng.uuid();
     const std::string project = kProjects[rng.next() % 5];
-    const std::string model = kClaudeModels[rng.next() % 4];
+    std::string model = kClaudeModels[rng.next() % 4];
     double t = dayTime(rng, o);
     const std::string side = sidechain ? "true" : "false";
     std::string parent = rng.uuid();
     w.line(R"({"type":"summary","summary":"Refactor the parser","leafUuid":")" + parent + "\"}");
     int64_t context = rng.range(2000, 20000);
     while (w.bytes() < target) {
+        if (o.manyModels && rng.chance(kSwitchPercent)) model = kClaudeModels[rng.next() % 4];
         t += static_cast<double>(rng.range(2, 90)) + 0.123;
         // The user's turn: a tool result of 200 B to 20 KB.
         std::string uuid = rng.uuid();
@@ -204,6 +214,13 @@ uint64_t writeCodexRollout(const fs::path& sessions, uint64_t target, Random& rn
            cwd + R"(","model":"gpt-5-codex","effort":"high","approval_policy":"on-request"}})");
     int64_t input = 0, cached = 0, output = 0, reasoning = 0;
     while (w.bytes() < target) {
+        // Codex writes a turn's settings, its model among them, before the turn; here about
+        // every other turn, with the model picked anew.
+        if (o.manyModels && rng.chance(kSwitchPercent))
+            w.line(R"({"timestamp":")" + iso(t + 1) +
+                   R"(","type":"turn_context","payload":{"cwd":")" + cwd + R"(","model":")" +
+                   kCodexModels[rng.next() % 4] +
+                   R"(","effort":"high","approval_policy":"on-request"}})");
         t += static_cast<double>(rng.range(5, 120));
         w.line(
             R"({"timestamp":")" + iso(t) +
@@ -357,6 +374,9 @@ bool parse(int argc, char** argv, Options& o) {
             o.anchor = std::strtoll(v, nullptr, 10);
         else if (a == "--single")
             o.single = true;
+        else if (a == "--profile" && (v = value()) &&
+                 (!std::strcmp(v, "default") || !std::strcmp(v, "many-models")))
+            o.manyModels = !std::strcmp(v, "many-models");
         else
             return false;
     }
@@ -370,9 +390,10 @@ int main(int argc, char** argv) {
     if (!parse(argc, argv, o)) {
         std::fprintf(stderr,
                      "usage: make_corpus --out DIR [--megabytes N] [--files N] [--seed N] "
-                     "[--anchor UNIX_DAY_START] [--single]\n"
+                     "[--anchor UNIX_DAY_START] [--profile default|many-models] [--single]\n"
                      "Writes DIR/home/... as the coding tools would (at least 10 files), or with\n"
-                     "--single one Claude Code log of the whole size.\n");
+                     "--single one Claude Code log of the whole size. With many-models,\n"
+                     "sessions switch among four models (about four records per log).\n");
         return 2;
     }
     if (o.anchor == 0) o.anchor = static_cast<int64_t>(std::time(nullptr)) / 86400 * 86400;
