@@ -20,15 +20,41 @@ std::optional<int64_t> tokensOf(const UsageRecord& r) {
     }
 }
 
+// Each model's rate, looked up once: a ledger holds thousands of records of a few models,
+// and a lookup lower-cases the name and may walk the whole table. Keys view the records'
+// model names, which must outlive the memo.
+class RateMemo {
+  public:
+    explicit RateMemo(const Pricing& pricing) : m_pricing(pricing) {}
+
+    double cost(const UsageRecord& r) {
+        if (r.reportedCostUSD) return *r.reportedCostUSD;
+        const auto& rate = of(r.model);
+        return rate ? Pricing::costAt(r, *rate) : 0;
+    }
+    bool isUnpriced(const UsageRecord& r) { return !r.reportedCostUSD && !of(r.model); }
+
+  private:
+    const std::optional<Rate>& of(const std::string& model) {
+        auto [it, inserted] = m_rates.try_emplace(model);
+        if (inserted) it->second = m_pricing.rate(model);
+        return it->second;
+    }
+
+    const Pricing& m_pricing;
+    std::unordered_map<std::string_view, std::optional<Rate>> m_rates;
+};
+
 }  // namespace
 
 bool UsageLedger::isUnpriced(const UsageRecord& record) const {
     return !record.reportedCostUSD && !pricing.knowsRate(record.model);
 }
 
-Totals UsageLedger::totals(const std::vector<UsageRecord>& list) const {
+Totals UsageLedger::totals(std::span<const UsageRecord> list) const {
     Totals t;
     std::set<std::string> unpriced;
+    RateMemo rates(pricing);
     for (const UsageRecord& r : list) {
         // A record whose counts would overflow the sums is left out whole.
         try {
@@ -50,12 +76,12 @@ Totals UsageLedger::totals(const std::vector<UsageRecord>& list) const {
         } catch (const OutOfRange&) {
             continue;
         }
-        const double amount = cost(r);
+        const double amount = rates.cost(r);
         if (r.provider.isMetered())
             t.billedUSD += amount;
         else
             t.equivalentUSD += amount;
-        if (isUnpriced(r)) unpriced.insert(r.model);
+        if (rates.isUnpriced(r)) unpriced.insert(r.model);
     }
     t.unpricedModels.assign(unpriced.begin(), unpriced.end());
     return t;
@@ -66,6 +92,7 @@ std::vector<Slice> UsageLedger::group(const std::vector<UsageRecord>& list, cons
                                       const MeteredFunction& metered) const {
     std::vector<Slice> slices;
     std::unordered_map<std::string, size_t> index;
+    RateMemo rates(pricing);
     for (const UsageRecord& r : list) {
         const auto tokens = tokensOf(r);
         if (!tokens) continue;
@@ -85,8 +112,8 @@ std::vector<Slice> UsageLedger::group(const std::vector<UsageRecord>& list, cons
             continue;
         slice.tokens = sumTokens;
         slice.calls = sumCalls;
-        slice.costUSD += cost(r);
-        if (isUnpriced(r)) slice.unpriced = true;
+        slice.costUSD += rates.cost(r);
+        if (rates.isUnpriced(r)) slice.unpriced = true;
     }
     std::stable_sort(slices.begin(), slices.end(),
                      [](const Slice& a, const Slice& b) { return a.tokens > b.tokens; });
