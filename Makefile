@@ -40,13 +40,18 @@ demo: deps
 	@HOME=$(CURDIR)/build/demo/home TALLY_SUPPORT_DIR=$(CURDIR)/build/demo/support \
 		$(RELEASE_DIR)/Tally/tally --scan
 
-# The scan benchmark on a 1 GB, 3,000-file home, generated once and kept in the build tree.
+# The scan benchmark on two 1 GB, 3,000-file homes, generated once and kept in the build
+# tree: one model per session (about one record per log), then sessions that switch among
+# four models (about four).
 BENCH_CORPUS := $(RELEASE_DIR)/bench-corpus
+BENCH_CORPUS_MANY := $(RELEASE_DIR)/bench-corpus-many
 bench: deps
 	@cmake -S . -B $(RELEASE_DIR) -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 	@cmake --build $(RELEASE_DIR) -j $(JOBS) --target make_corpus scan_bench
 	@test -d $(BENCH_CORPUS)/home || $(RELEASE_DIR)/bench/make_corpus --out $(BENCH_CORPUS) --megabytes 1024 --files 3000 --seed 1
+	@test -d $(BENCH_CORPUS_MANY)/home || $(RELEASE_DIR)/bench/make_corpus --out $(BENCH_CORPUS_MANY) --megabytes 1024 --files 3000 --seed 1 --profile many-models
 	@$(RELEASE_DIR)/bench/scan_bench --home $(BENCH_CORPUS)/home --runs 5
+	@$(RELEASE_DIR)/bench/scan_bench --home $(BENCH_CORPUS_MANY)/home --runs 5
 
 # The desktop app on the same corpus: tray start-up, GUI-thread stalls, idle wake-ups and
 # memory, under a virtual display and a private session bus.
