@@ -27,12 +27,16 @@ class RateMemo {
   public:
     explicit RateMemo(const Pricing& pricing) : m_pricing(pricing) {}
 
-    double cost(const UsageRecord& r) {
-        if (r.reportedCostUSD) return *r.reportedCostUSD;
+    struct Price {
+        double cost = 0;
+        bool unpriced = false;
+    };
+    // The record's cost, as UsageLedger::cost() gives it, and whether it is unpriced.
+    Price price(const UsageRecord& r) {
+        if (r.reportedCostUSD) return {*r.reportedCostUSD, false};
         const auto& rate = of(r.model);
-        return rate ? Pricing::costAt(r, *rate) : 0;
+        return rate ? Price{Pricing::costAt(r, *rate), false} : Price{0, true};
     }
-    bool isUnpriced(const UsageRecord& r) { return !r.reportedCostUSD && !of(r.model); }
 
   private:
     const std::optional<Rate>& of(const std::string& model) {
@@ -76,12 +80,12 @@ Totals UsageLedger::totals(std::span<const UsageRecord> list) const {
         } catch (const OutOfRange&) {
             continue;
         }
-        const double amount = rates.cost(r);
+        const auto price = rates.price(r);
         if (r.provider.isMetered())
-            t.billedUSD += amount;
+            t.billedUSD += price.cost;
         else
-            t.equivalentUSD += amount;
-        if (rates.isUnpriced(r)) unpriced.insert(r.model);
+            t.equivalentUSD += price.cost;
+        if (price.unpriced) unpriced.insert(r.model);
     }
     t.unpricedModels.assign(unpriced.begin(), unpriced.end());
     return t;
@@ -112,8 +116,9 @@ std::vector<Slice> UsageLedger::group(const std::vector<UsageRecord>& list, cons
             continue;
         slice.tokens = sumTokens;
         slice.calls = sumCalls;
-        slice.costUSD += rates.cost(r);
-        if (rates.isUnpriced(r)) slice.unpriced = true;
+        const auto price = rates.price(r);
+        slice.costUSD += price.cost;
+        if (price.unpriced) slice.unpriced = true;
     }
     std::stable_sort(slices.begin(), slices.end(),
                      [](const Slice& a, const Slice& b) { return a.tokens > b.tokens; });
