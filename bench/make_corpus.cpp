@@ -1,8 +1,13 @@
 // Writes a realistic home directory of coding-agent logs for the benchmark and the demo:
 // Claude Code sessions (most of the bytes, mostly message content that carries no usage),
 // Codex rollouts, and smaller Gemini, Grok, Copilot and OpenCode data. The same seed,
-// size, file count and anchor day always give the same bytes. With --compressed-codex,
-// some Codex rollouts are left as Codex leaves a week-old one: compressed to .jsonl.zst.
+// size, file count, anchor day and profile always give the same bytes. With
+// --compressed-codex, some Codex rollouts are left as Codex leaves a week-old one:
+// compressed to .jsonl.zst.
+//
+// Profiles: in the default one each Claude Code session and Codex rollout keeps one model
+// (about one record per log); with `--profile many-models` a session switches among four
+// models as a heavy user's does (about four records per log), at the same size.
 #include <sqlite3.h>
 #include <zstd.h>
 
@@ -30,7 +35,11 @@ struct Options {
     int days = 60;
     bool single = false;      // one Claude Code log of the whole size, nothing else
     int compressedCodex = 0;  // percent of the Codex rollouts written compressed
+    bool manyModels = false;  // sessions switch models (--profile many-models)
 };
+
+// In the many-models profile, the chance that a session picks its model anew at a turn.
+constexpr int kSwitchPercent = 50;
 
 // splitmix64: small, fast and the same everywhere.
 class Random {
@@ -113,6 +122,7 @@ class Writer {
 
 const char* kClaudeModels[] = {"claude-sonnet-4-6", "claude-opus-4-7", "claude-haiku-4-5",
                                "claude-sonnet-4-6-20260101"};
+const char* kCodexModels[] = {"gpt-5-codex", "gpt-5", "gpt-5.5", "gpt-5.6-sol"};
 const char* kProjects[] = {"/home/ana/src/app", "/home/ana/src/api", "/home/ana/work/infra",
                            "/home/ana/src/site", "/home/ana/play/tool kit"};
 
@@ -127,13 +137,14 @@ uint64_t writeClaudeSession(const fs::path& file, uint64_t target, bool sidechai
     Writer w(file);
     const std::string session = rng.uuid();
     const std::string project = kProjects[rng.next() % 5];
-    const std::string model = kClaudeModels[rng.next() % 4];
+    std::string model = kClaudeModels[rng.next() % 4];
     double t = dayTime(rng, o);
     const std::string side = sidechain ? "true" : "false";
     std::string parent = rng.uuid();
     w.line(R"({"type":"summary","summary":"Refactor the parser","leafUuid":")" + parent + "\"}");
     int64_t context = rng.range(2000, 20000);
     while (w.bytes() < target) {
+        if (o.manyModels && rng.chance(kSwitchPercent)) model = kClaudeModels[rng.next() % 4];
         t += static_cast<double>(rng.range(2, 90)) + 0.123;
         // The user's turn: a tool result of 200 B to 20 KB.
         std::string uuid = rng.uuid();
@@ -228,6 +239,13 @@ uint64_t writeCodexRollout(const fs::path& sessions, uint64_t target, Random& rn
                cwd + R"(","model":"gpt-5-codex","effort":"high","approval_policy":"on-request"}})");
         int64_t input = 0, cached = 0, output = 0, reasoning = 0;
         while (w.bytes() < target) {
+            // Codex writes a turn's settings, its model among them, before the turn; here
+            // about every other turn, with the model picked anew.
+            if (o.manyModels && rng.chance(kSwitchPercent))
+                w.line(R"({"timestamp":")" + iso(t + 1) +
+                       R"(","type":"turn_context","payload":{"cwd":")" + cwd + R"(","model":")" +
+                       kCodexModels[rng.next() % 4] +
+                       R"(","effort":"high","approval_policy":"on-request"}})");
             t += static_cast<double>(rng.range(5, 120));
             w.line(
                 R"({"timestamp":")" + iso(t) +
@@ -385,6 +403,9 @@ bool parse(int argc, char** argv, Options& o) {
             o.single = true;
         else if (a == "--compressed-codex" && (v = value()))
             o.compressedCodex = std::atoi(v);
+        else if (a == "--profile" && (v = value()) &&
+                 (!std::strcmp(v, "default") || !std::strcmp(v, "many-models")))
+            o.manyModels = !std::strcmp(v, "many-models");
         else
             return false;
     }
@@ -398,11 +419,13 @@ int main(int argc, char** argv) {
     if (!parse(argc, argv, o)) {
         std::fprintf(stderr,
                      "usage: make_corpus --out DIR [--megabytes N] [--files N] [--seed N] "
-                     "[--anchor UNIX_DAY_START] [--single] [--compressed-codex PERCENT]\n"
+                     "[--anchor UNIX_DAY_START] [--profile default|many-models] [--single]\n"
+                     "       [--compressed-codex PERCENT]\n"
                      "Writes DIR/home/... as the coding tools would (at least 10 files), or with\n"
-                     "--single one Claude Code log of the whole size. --compressed-codex leaves\n"
-                     "that share of the Codex rollouts compressed (.jsonl.zst), as Codex does\n"
-                     "with week-old ones.\n");
+                     "--single one Claude Code log of the whole size. With many-models,\n"
+                     "sessions switch among four models (about four records per log).\n"
+                     "--compressed-codex leaves that share of the Codex rollouts compressed\n"
+                     "(.jsonl.zst), as Codex does with week-old ones.\n");
         return 2;
     }
     if (o.anchor == 0) o.anchor = static_cast<int64_t>(std::time(nullptr)) / 86400 * 86400;

@@ -16,6 +16,12 @@
 // --runs.
 // A scan's records are ready before its cache is on disk (the cache is written on a
 // background thread); "saved" is the time until the file is written too.
+//
+// Then what a user waits for: the real `tally` timed from exec to exit, loading of its
+// libraries and the cache write included:
+//   tally cold     `tally --scan` with an empty support directory
+//   tally warm     `tally --scan` again, nothing changed
+//   version        `tally --version`: the price of starting at all
 #include "core/log_bytes.h"
 #include "core/paths.h"
 #include "core/scan.h"
@@ -26,6 +32,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <stdlib.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -130,6 +137,9 @@ struct Sample {
     double peakMB = 0;
 };
 
+// Runs of each quick whole-process line per round.
+constexpr int kQuickRuns = 5;
+
 // What a child process measures (`scan_bench --child WHAT --home DIR`).
 enum class Work { floor, scan, rescan, stats, unzstd };
 constexpr const char* kWorkNames[] = {"floor", "scan", "rescan", "stats", "unzstd"};
@@ -163,6 +173,37 @@ Sample inChild(Work what, const fs::path& home) {
     ::wait4(pid, &status, 0, &usage);
     sample.peakMB = static_cast<double>(usage.ru_maxrss) / 1024.0;
     return sample;
+}
+
+// Runs the real `tally` with `argument`, its output thrown away, from exec to exit.
+Sample wholeProcess(const char* argument) {
+    const char* arguments[] = {TALLY_BINARY, argument, nullptr};
+    posix_spawn_file_actions_t actions;
+    ::posix_spawn_file_actions_init(&actions);
+    ::posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    Sample sample;
+    const auto start = std::chrono::steady_clock::now();
+    pid_t pid = 0;
+    const int failed = ::posix_spawn(&pid, TALLY_BINARY, &actions, nullptr,
+                                     const_cast<char* const*>(arguments), environ);
+    ::posix_spawn_file_actions_destroy(&actions);
+    if (failed) return sample;
+    struct rusage usage {};
+    int status = 0;
+    ::wait4(pid, &status, 0, &usage);
+    sample.ms =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+    sample.savedMs = sample.ms;
+    sample.peakMB = static_cast<double>(usage.ru_maxrss) / 1024.0;
+    return sample;
+}
+
+std::string loadAverage() {
+    double load[3] = {0, 0, 0};
+    if (::getloadavg(load, 3) < 3) return "unknown";
+    char text[64];
+    std::snprintf(text, sizeof text, "%.2f %.2f %.2f", load[0], load[1], load[2]);
+    return text;
 }
 
 void scan() {
@@ -216,8 +257,8 @@ Sample median(const std::vector<Sample>& samples) {
 void report(const char* name, const Sample& s, const Corpus& corpus, size_t filesRead,
             double ratioTo = 0, const char* ratioName = "") {
     const double seconds = s.ms / 1000;
-    std::printf("%-8s %10.1f ms %9.0f MB/s %10.0f files/s %8.1f MB peak %9.1f ms saved", name, s.ms,
-                static_cast<double>(corpus.bytes) / (1 << 20) / seconds,
+    std::printf("%-10s %10.1f ms %9.0f MB/s %10.0f files/s %8.1f MB peak %9.1f ms saved", name,
+                s.ms, static_cast<double>(corpus.bytes) / (1 << 20) / seconds,
                 static_cast<double>(filesRead) / seconds, s.peakMB, s.savedMs);
     if (ratioTo > 0) std::printf("   %.3f x %s", s.ms / ratioTo, ratioName);
     std::printf("\n");
@@ -260,9 +301,9 @@ int main(int argc, char** argv) {
     const Corpus corpus = logFiles(home);
     std::printf(
         "corpus: %zu log files in %zu directories, %.1f MB under %s; %d runs each, "
-        "medians\n",
+        "medians; load average %s\n",
         corpus.files.size(), corpus.directories.size(),
-        static_cast<double>(corpus.bytes) / (1 << 20), home.c_str(), runs);
+        static_cast<double>(corpus.bytes) / (1 << 20), home.c_str(), runs, loadAverage().c_str());
     size_t compressedFiles = 0;
     uint64_t compressedBytes = 0;
     for (const fs::path& file : corpus.files)
@@ -286,6 +327,7 @@ int main(int argc, char** argv) {
     // all the figures alike rather than on whichever was being measured at the time, and
     // the ratios stay fair.
     std::vector<Sample> floor, cold, warm, inApp, append, stats, unzstd;
+    std::vector<Sample> tallyCold, tallyWarm, version;
     for (int r = 0; r < runs; ++r) {
         floor.push_back(inChild(Work::floor, home));
         fs::remove_all(support);
@@ -299,6 +341,13 @@ int main(int argc, char** argv) {
         append.push_back(inChild(Work::scan, home));
         stats.push_back(inChild(Work::stats, home));
         if (compressedFiles) unzstd.push_back(inChild(Work::unzstd, home));
+        fs::remove_all(support);
+        tallyCold.push_back(wholeProcess("--scan"));
+        // The quick ones vary most with the machine's load: more runs for their medians.
+        for (int i = 0; i < kQuickRuns; ++i) {
+            tallyWarm.push_back(wholeProcess("--scan"));
+            version.push_back(wholeProcess("--version"));
+        }
     }
 
     const Sample f = median(floor), c = median(cold);
@@ -309,6 +358,13 @@ int main(int argc, char** argv) {
     report("append", median(append), corpus, 1, c.ms, "cold");
     report("stats", median(stats), corpus, 0, c.ms, "cold");
     if (compressedFiles) report("unzstd", median(unzstd), corpus, compressedFiles, f.ms, "floor");
+    std::printf("whole processes of %s, exec to exit (%d runs of the first, %d of the others):\n",
+                TALLY_BINARY, runs, runs * kQuickRuns);
+    const Sample tc = median(tallyCold), v = median(version);
+    report("tally cold", tc, corpus, corpus.files.size(), f.ms, "floor");
+    report("tally warm", median(tallyWarm), corpus, 0, tc.ms, "cold");
+    std::printf("%-10s %10.1f ms %44.1f MB peak\n", "version", v.ms, v.peakMB);
+    std::printf("load average %s\n", loadAverage().c_str());
     fs::remove_all(support);
     return 0;
 }

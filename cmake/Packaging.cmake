@@ -14,6 +14,9 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER ${TALLY_MAINTAINER})
 set(CPACK_DEBIAN_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# libcurl and libsecret are opened when a command first needs them, not linked, so
+# dpkg-shlibdeps cannot see them: name them here.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libcurl4, libsecret-1-0")
 # The first line is the synopsis; CPack indents the rest and marks the empty line.
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "tokens and cost of your AI coding tools
 Tally tells you how many tokens your AI coding tools used and what that work

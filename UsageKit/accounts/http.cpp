@@ -1,9 +1,9 @@
 #include "accounts/http.h"
 
+#include "accounts/curl_library.h"
 #include "core/redact.h"
 #include "core/text.h"
 
-#include <curl/curl.h>
 #include <simdjson.h>
 
 #include <algorithm>
@@ -37,14 +37,15 @@ class Shared {
 
   private:
     Shared() {
-        curl_global_init(CURL_GLOBAL_DEFAULT);
-        m_share = curl_share_init();
-        curl_share_setopt(m_share, CURLSHOPT_LOCKFUNC, &Shared::lock);
-        curl_share_setopt(m_share, CURLSHOPT_UNLOCKFUNC, &Shared::unlock);
-        curl_share_setopt(m_share, CURLSHOPT_USERDATA, this);
-        curl_share_setopt(m_share, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
-        curl_share_setopt(m_share, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
-        curl_share_setopt(m_share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
+        const CurlLibrary& lib = curl();
+        lib.global_init(CURL_GLOBAL_DEFAULT);
+        m_share = lib.share_init();
+        lib.share_setopt(m_share, CURLSHOPT_LOCKFUNC, &Shared::lock);
+        lib.share_setopt(m_share, CURLSHOPT_UNLOCKFUNC, &Shared::unlock);
+        lib.share_setopt(m_share, CURLSHOPT_USERDATA, this);
+        lib.share_setopt(m_share, CURLSHOPT_SHARE, CURL_LOCK_DATA_CONNECT);
+        lib.share_setopt(m_share, CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS);
+        lib.share_setopt(m_share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
     }
     static void lock(CURL*, curl_lock_data data, curl_lock_access, void* self) {
         static_cast<Shared*>(self)->mutexFor(data).lock();
@@ -69,16 +70,17 @@ using URLHandle = std::unique_ptr<CURLU, decltype(&curl_url_cleanup)>;
 
 std::optional<std::string> part(CURLU* handle, CURLUPart which) {
     char* text = nullptr;
-    if (curl_url_get(handle, which, &text, 0) != CURLUE_OK || !text) return std::nullopt;
+    if (curl().url_get(handle, which, &text, 0) != CURLUE_OK || !text) return std::nullopt;
     std::string out(text);
-    curl_free(text);
+    curl().free(text);
     return out;
 }
 
 URLHandle parsedURL(const std::string& text) {
-    URLHandle handle(curl_url(), curl_url_cleanup);
-    if (!handle || curl_url_set(handle.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK)
-        return URLHandle(nullptr, curl_url_cleanup);
+    const CurlLibrary& lib = curl();
+    URLHandle handle(lib.url(), lib.url_cleanup);
+    if (!handle || lib.url_set(handle.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK)
+        return URLHandle(nullptr, lib.url_cleanup);
     return handle;
 }
 
@@ -132,9 +134,10 @@ HeaderList headerList(const Request& request) {
     Headers merged;
     for (auto& [name, value] : request.headers)
         setHeader(merged, name, value);
-    HeaderList list(nullptr, curl_slist_free_all);
+    const CurlLibrary& lib = curl();
+    HeaderList list(nullptr, lib.slist_free_all);
     auto append = [&](const std::string& line) {
-        curl_slist* grown = curl_slist_append(list.get(), line.c_str());
+        curl_slist* grown = lib.slist_append(list.get(), line.c_str());
         if (!grown) throw TransportError("The request could not be prepared.");
         list.release();
         list.reset(grown);
@@ -217,7 +220,7 @@ JSONDocument nullDocument() {
 }
 
 void setOption(CURL* easy, CURLoption option, auto value) {
-    if (curl_easy_setopt(easy, option, value) != CURLE_OK)
+    if (curl().easy_setopt(easy, option, value) != CURLE_OK)
         throw TransportError("The request could not be prepared.");
 }
 
@@ -255,7 +258,8 @@ Err::Err(int64_t status_, std::string body_) : status(status_), body(Redact::sec
 Response sendRaw(const Request& request) {
     checkAddress(request.url);
     Shared& shared = Shared::instance();
-    std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(curl_easy_init(), curl_easy_cleanup);
+    const CurlLibrary& lib = curl();
+    std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> handle(lib.easy_init(), lib.easy_cleanup);
     if (!handle) throw TransportError("The request could not be prepared.");
     CURL* easy = handle.get();
     HeaderList headers = headerList(request);
@@ -293,12 +297,12 @@ Response sendRaw(const Request& request) {
         setOption(easy, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(0));
     }
 
-    CURLcode code = curl_easy_perform(easy);
+    CURLcode code = lib.easy_perform(easy);
     if (code != CURLE_OK) throw TransportError(describe(code, request));
 
     Response response;
     long status = 0;
-    curl_easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
+    lib.easy_getinfo(easy, CURLINFO_RESPONSE_CODE, &status);
     response.status = status;
     if (simdjson::validate_utf8(received.data(), received.size()))
         response.body = std::move(received);

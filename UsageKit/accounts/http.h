@@ -6,6 +6,9 @@
 // verification) or plain HTTP to this computer (127.0.0.1, ::1, localhost); anything else
 // is refused before a byte is sent. Redirects are not followed, so a key header never
 // reaches a host the caller did not name.
+//
+// libcurl is opened at the first call (accounts/curl_library.h); where it is missing, every
+// call, url() included, throws TransportError saying so.
 #pragma once
 
 #include "core/json.h"

@@ -1,9 +1,9 @@
 #include "accounts/keychain.h"
 
+#include "accounts/secret_library.h"
 #include "core/paths.h"
 #include "core/text.h"
 
-#include <libsecret/secret.h>
 #include <simdjson.h>
 
 #include <chrono>
@@ -39,30 +39,34 @@ const SecretSchema kSchema = {"app.tally.Tally",
                               nullptr,
                               nullptr};
 
+// A GObject reference, dropped with the library's g_object_unref.
 template <class T>
-struct GUnref {
-    void operator()(T* object) const {
-        if (object) g_object_unref(object);
-    }
-};
+using GPtr = std::unique_ptr<T, decltype(&g_object_unref)>;
+
 template <class T>
-using GPtr = std::unique_ptr<T, GUnref<T>>;
+GPtr<T> owned(const SecretLibrary& lib, T* object) {
+    return GPtr<T>(object, lib.object_unref);
+}
 
 struct ErrorSlot {
-    GError* error = nullptr;
+    explicit ErrorSlot(const SecretLibrary& lib) : m_lib(lib) {}
     ~ErrorSlot() {
-        if (error) g_error_free(error);
+        if (error) m_lib.error_free(error);
     }
+    GError* error = nullptr;
+
+  private:
+    const SecretLibrary& m_lib;
 };
 
 // Cancels every call made with its cancellable once kPatience has passed.
 class Deadline {
   public:
-    Deadline() : m_cancellable(g_cancellable_new()) {
-        m_watch = std::thread([this] {
+    explicit Deadline(const SecretLibrary& lib) : m_cancellable(owned(lib, lib.cancellable_new())) {
+        m_watch = std::thread([this, &lib] {
             std::unique_lock lock(m_mutex);
             if (!m_done.wait_for(lock, kPatience, [this] { return m_finished; }))
-                g_cancellable_cancel(m_cancellable.get());
+                lib.cancellable_cancel(m_cancellable.get());
         });
     }
     ~Deadline() {
@@ -87,43 +91,49 @@ class Deadline {
 };
 
 using Attributes = std::unique_ptr<GHashTable, decltype(&g_hash_table_unref)>;
+using Pairs = std::vector<std::pair<const char*, std::string>>;
 
-Attributes attributes(const std::vector<std::pair<const char*, std::string>>& pairs) {
-    Attributes table(g_hash_table_new_full(g_str_hash, g_str_equal, g_free, g_free),
-                     g_hash_table_unref);
+Attributes attributes(const SecretLibrary& lib, const Pairs& pairs) {
+    Attributes table(lib.hash_table_new_full(lib.str_hash, lib.str_equal, lib.free, lib.free),
+                     lib.hash_table_unref);
     for (auto& [name, value] : pairs)
-        g_hash_table_insert(table.get(), g_strdup(name), g_strdup(value.c_str()));
+        lib.hash_table_insert(table.get(), lib.string_dup(name), lib.string_dup(value.c_str()));
     return table;
 }
 
-GPtr<SecretService> connect(const Deadline& deadline) {
-    ErrorSlot slot;
-    return GPtr<SecretService>(
-        secret_service_get_sync(SECRET_SERVICE_OPEN_SESSION, deadline.cancellable(), &slot.error));
+GPtr<SecretService> connect(const SecretLibrary& lib, const Deadline& deadline) {
+    ErrorSlot slot(lib);
+    return owned(lib, lib.service_get_sync(SECRET_SERVICE_OPEN_SESSION, deadline.cancellable(),
+                                           &slot.error));
 }
 
 // The first unlocked matching item's secret when it is non-empty UTF-8. Locked items are
 // left alone: unlocking would put a prompt in front of the user.
-std::optional<std::string> lookup(const Attributes& match) {
-    Deadline deadline;
-    auto service = connect(deadline);
+std::optional<std::string> lookup(const Pairs& pairs) {
+    const SecretLibrary* library = secretLibrary();
+    if (!library) return std::nullopt;
+    const SecretLibrary& lib = *library;
+    Deadline deadline(lib);
+    auto service = connect(lib, deadline);
     if (!service) return std::nullopt;
-    ErrorSlot slot;
-    GList* found = secret_service_search_sync(
+    auto match = attributes(lib, pairs);
+    ErrorSlot slot(lib);
+    GList* found = lib.service_search_sync(
         service.get(), nullptr, match.get(),
         static_cast<SecretSearchFlags>(SECRET_SEARCH_ALL | SECRET_SEARCH_LOAD_SECRETS),
         deadline.cancellable(), &slot.error);
     std::optional<std::string> result;
     for (GList* node = found; node && !result; node = node->next) {
-        SecretValue* value = secret_item_get_secret(SECRET_ITEM(node->data));
+        // A search answers with items only.
+        SecretValue* value = lib.item_get_secret(static_cast<SecretItem*>(node->data));
         if (!value) continue;
         gsize length = 0;
-        const gchar* bytes = secret_value_get(value, &length);
+        const gchar* bytes = lib.value_get(value, &length);
         if (bytes && length > 0 && simdjson::validate_utf8(bytes, length))
             result = std::string(bytes, length);
-        secret_value_unref(value);
+        lib.value_unref(value);
     }
-    g_list_free_full(found, g_object_unref);
+    lib.list_free_full(found, lib.object_unref);
     return result;
 }
 
@@ -151,7 +161,7 @@ std::string environmentName(const std::string& account) {
 std::optional<std::string> get(const std::string& account) {
     std::string fromEnvironment = TallyPaths::environment(environmentName(account).c_str());
     if (!fromEnvironment.empty()) return fromEnvironment;
-    return lookup(attributes({{"service", kService}, {"account", account}}));
+    return lookup({{"service", kService}, {"account", account}});
 }
 
 bool has(const std::string& account) {
@@ -159,31 +169,35 @@ bool has(const std::string& account) {
 }
 
 void set(const std::string& value, const std::string& account) {
-    Deadline deadline;
-    auto service = connect(deadline);
+    const SecretLibrary* library = secretLibrary();
+    if (!library) return;
+    const SecretLibrary& lib = *library;
+    Deadline deadline(lib);
+    auto service = connect(lib, deadline);
     if (!service) return;
-    auto match = attributes({{"service", kService}, {"account", account}});
+    auto match = attributes(lib, {{"service", kService}, {"account", account}});
     {
-        ErrorSlot slot;
-        secret_service_clear_sync(service.get(), nullptr, match.get(), deadline.cancellable(),
-                                  &slot.error);
+        ErrorSlot slot(lib);
+        lib.service_clear_sync(service.get(), nullptr, match.get(), deadline.cancellable(),
+                               &slot.error);
     }
     if (value.empty()) return;
 
     // A locked collection would have libsecret ask the user to unlock it; drop the write.
-    ErrorSlot collectionSlot;
-    GPtr<SecretCollection> collection(secret_collection_for_alias_sync(
-        service.get(), SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE, deadline.cancellable(),
-        &collectionSlot.error));
-    if (collection && secret_collection_get_locked(collection.get())) return;
+    ErrorSlot collectionSlot(lib);
+    auto collection =
+        owned(lib, lib.collection_for_alias_sync(service.get(), SECRET_COLLECTION_DEFAULT,
+                                                 SECRET_COLLECTION_NONE, deadline.cancellable(),
+                                                 &collectionSlot.error));
+    if (collection && lib.collection_get_locked(collection.get())) return;
 
     SecretValue* secret =
-        secret_value_new(value.data(), static_cast<gssize>(value.size()), "text/plain");
+        lib.value_new(value.data(), static_cast<gssize>(value.size()), "text/plain");
     const std::string label = "Tally: " + account;
-    ErrorSlot slot;
-    secret_service_store_sync(service.get(), &kSchema, match.get(), SECRET_COLLECTION_DEFAULT,
-                              label.c_str(), secret, deadline.cancellable(), &slot.error);
-    secret_value_unref(secret);
+    ErrorSlot slot(lib);
+    lib.service_store_sync(service.get(), &kSchema, match.get(), SECRET_COLLECTION_DEFAULT,
+                           label.c_str(), secret, deadline.cancellable(), &slot.error);
+    lib.value_unref(secret);
 }
 
 std::optional<std::string> hint(const std::string& account) {
@@ -200,7 +214,7 @@ std::optional<std::string> hint(const std::string& account) {
 }
 
 std::optional<std::string> foreign(const std::string& service) {
-    return lookup(attributes({{"service", service}}));
+    return lookup({{"service", service}});
 }
 
 }  // namespace usagekit::Keychain

@@ -121,7 +121,10 @@ std::optional<Rate> Pricing::rate(std::string_view model) const {
 double Pricing::cost(const UsageRecord& record) const {
     if (record.reportedCostUSD) return *record.reportedCostUSD;
     auto found = rate(record.model);
-    if (!found) return 0;
+    return found ? costAt(record, *found) : 0;
+}
+
+double Pricing::costAt(const UsageRecord& record, const Rate& rate) {
     // Codex's output count already includes its reasoning tokens.
     const int64_t reasoning = record.provider.id == "codex-cli" ? 0 : record.reasoning;
     int64_t billable;
@@ -129,10 +132,10 @@ double Pricing::cost(const UsageRecord& record) const {
         __builtin_add_overflow(record.output, reasoning, &billable)
             ? static_cast<double>(record.output) + static_cast<double>(reasoning)
             : static_cast<double>(billable);
-    return found->input * (static_cast<double>(record.input) / 1'000'000) +
-           found->output * (billableOutput / 1'000'000) +
-           found->cacheRead * (static_cast<double>(record.cacheRead) / 1'000'000) +
-           found->cacheWrite * (static_cast<double>(record.cacheWrite) / 1'000'000);
+    return rate.input * (static_cast<double>(record.input) / 1'000'000) +
+           rate.output * (billableOutput / 1'000'000) +
+           rate.cacheRead * (static_cast<double>(record.cacheRead) / 1'000'000) +
+           rate.cacheWrite * (static_cast<double>(record.cacheWrite) / 1'000'000);
 }
 
 void Pricing::encode(JsonWriter& w) const {

@@ -46,6 +46,8 @@ struct Pricing {
     std::optional<Rate> rate(std::string_view model) const;
     bool knowsRate(std::string_view model) const { return rate(model).has_value(); }
     double cost(const UsageRecord& record) const;
+    // The cost of the record's tokens at `rate`, its reported cost aside.
+    static double costAt(const UsageRecord& record, const Rate& rate);
 
     bool operator==(const Pricing&) const = default;
     void encode(JsonWriter& writer) const;

@@ -20,15 +20,45 @@ std::optional<int64_t> tokensOf(const UsageRecord& r) {
     }
 }
 
+// Each model's rate, looked up once: a ledger holds thousands of records of a few models,
+// and a lookup lower-cases the name and may walk the whole table. Keys view the records'
+// model names, which must outlive the memo.
+class RateMemo {
+  public:
+    explicit RateMemo(const Pricing& pricing) : m_pricing(pricing) {}
+
+    struct Price {
+        double cost = 0;
+        bool unpriced = false;
+    };
+    // The record's cost, as UsageLedger::cost() gives it, and whether it is unpriced.
+    Price price(const UsageRecord& r) {
+        if (r.reportedCostUSD) return {*r.reportedCostUSD, false};
+        const auto& rate = of(r.model);
+        return rate ? Price{Pricing::costAt(r, *rate), false} : Price{0, true};
+    }
+
+  private:
+    const std::optional<Rate>& of(const std::string& model) {
+        auto [it, inserted] = m_rates.try_emplace(model);
+        if (inserted) it->second = m_pricing.rate(model);
+        return it->second;
+    }
+
+    const Pricing& m_pricing;
+    std::unordered_map<std::string_view, std::optional<Rate>> m_rates;
+};
+
 }  // namespace
 
 bool UsageLedger::isUnpriced(const UsageRecord& record) const {
     return !record.reportedCostUSD && !pricing.knowsRate(record.model);
 }
 
-Totals UsageLedger::totals(const std::vector<UsageRecord>& list) const {
+Totals UsageLedger::totals(std::span<const UsageRecord> list) const {
     Totals t;
     std::set<std::string> unpriced;
+    RateMemo rates(pricing);
     for (const UsageRecord& r : list) {
         // A record whose counts would overflow the sums is left out whole.
         try {
@@ -50,12 +80,12 @@ Totals UsageLedger::totals(const std::vector<UsageRecord>& list) const {
         } catch (const OutOfRange&) {
             continue;
         }
-        const double amount = cost(r);
+        const auto price = rates.price(r);
         if (r.provider.isMetered())
-            t.billedUSD += amount;
+            t.billedUSD += price.cost;
         else
-            t.equivalentUSD += amount;
-        if (isUnpriced(r)) unpriced.insert(r.model);
+            t.equivalentUSD += price.cost;
+        if (price.unpriced) unpriced.insert(r.model);
     }
     t.unpricedModels.assign(unpriced.begin(), unpriced.end());
     return t;
@@ -66,6 +96,7 @@ std::vector<Slice> UsageLedger::group(const std::vector<UsageRecord>& list, cons
                                       const MeteredFunction& metered) const {
     std::vector<Slice> slices;
     std::unordered_map<std::string, size_t> index;
+    RateMemo rates(pricing);
     for (const UsageRecord& r : list) {
         const auto tokens = tokensOf(r);
         if (!tokens) continue;
@@ -85,8 +116,9 @@ std::vector<Slice> UsageLedger::group(const std::vector<UsageRecord>& list, cons
             continue;
         slice.tokens = sumTokens;
         slice.calls = sumCalls;
-        slice.costUSD += cost(r);
-        if (isUnpriced(r)) slice.unpriced = true;
+        const auto price = rates.price(r);
+        slice.costUSD += price.cost;
+        if (price.unpriced) slice.unpriced = true;
     }
     std::stable_sort(slices.begin(), slices.end(),
                      [](const Slice& a, const Slice& b) { return a.tokens > b.tokens; });

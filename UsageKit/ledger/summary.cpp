@@ -2,7 +2,9 @@
 
 #include "ledger/fmt.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <span>
 
 namespace usagekit::Summary {
 
@@ -15,11 +17,12 @@ std::string format(const char* pattern, auto... values) {
     return text;
 }
 
-std::vector<UsageRecord> datedFrom(const std::vector<UsageRecord>& records, Date start) {
-    std::vector<UsageRecord> kept;
-    for (const UsageRecord& r : records)
-        if (r.date >= start) kept.push_back(r);
-    return kept;
+// The ledger's records are newest first, so those since `start` are its first ones: a view,
+// not a copy of thousands of records.
+std::span<const UsageRecord> datedFrom(const std::vector<UsageRecord>& records, Date start) {
+    auto end = std::partition_point(records.begin(), records.end(),
+                                    [&](const UsageRecord& r) { return r.date >= start; });
+    return {records.begin(), end};
 }
 
 // Provider lines, then the problems as one block.

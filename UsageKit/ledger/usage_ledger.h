@@ -14,6 +14,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -58,7 +59,10 @@ class UsageLedger {
     // --- aggregations, all priced with `pricing` ---
     double cost(const UsageRecord& record) const { return pricing.cost(record); }
     bool isUnpriced(const UsageRecord& record) const;
-    Totals totals(const std::vector<UsageRecord>& list) const;
+    Totals totals(std::span<const UsageRecord> list) const;
+    Totals totals(const std::vector<UsageRecord>& list) const {
+        return totals(std::span<const UsageRecord>(list));
+    }
 
     using KeyFunction = std::function<std::string(const UsageRecord&)>;
     using MeteredFunction = std::function<bool(const UsageRecord&)>;

@@ -96,7 +96,10 @@ class DesktopTest : public QObject {
     void rescanAndQuitWorkFromTheKeyboard() {
         startApp();
         QVERIFY(m_watcher->waitForLog(1));
-        QTRY_VERIFY(m_app->model().ledger()->lastScan.has_value() && !m_app->model().scanning());
+        // The first scan starts from the event loop: wait for its end, not merely for a
+        // moment before it began, or the rescan below would find it still running.
+        QTRY_VERIFY(m_app->model().ledger()->lastScan.has_value());
+        QTRY_VERIFY(!m_app->model().scanning());
         activateTrayItem();
         QTRY_VERIFY(m_app->popup()->isVisible());
         GlancePanel& glance = m_app->glance();
