@@ -1,5 +1,6 @@
 #include "core/line_reader.h"
 
+#include "core/regular_file.h"
 #include "core/scan.h"
 
 #include <fcntl.h>
@@ -40,7 +41,7 @@ thread_local Buffer buffer;
 // `last`, the unterminated rest) and returns how many bytes it consumed.
 template <class Chunk>
 bool streamFile(const std::filesystem::path& path, Chunk&& chunk) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = RegularFile::open(path.c_str());
     if (fd < 0) return false;
     ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     buffer.grow(kChunk, 0);

@@ -46,9 +46,9 @@ ScanCache ScanCache::readSaved(const std::filesystem::path& json,
             mirrored->changed = false;
             return std::move(*mirrored);
         }
-    simdjson::padded_string text;
-    if (simdjson::padded_string::load(json.string()).get(text)) return ScanCache();
-    auto loaded = decode(text);
+    const std::optional<std::string> bytes = Store::readFile(json);
+    if (!bytes) return ScanCache();
+    auto loaded = decode(simdjson::padded_string(*bytes));
     if (!loaded || loaded->version != kVersion) return ScanCache();
     loaded->changed = false;
     loaded->m_imageMissingFor = saved;

@@ -1,5 +1,6 @@
 #include "core/store.h"
 
+#include "core/regular_file.h"
 #include "core/uuid.h"
 
 #include <fcntl.h>
@@ -28,7 +29,8 @@ void createDirectories(const fs::path& directory) {
 }  // namespace
 
 std::optional<std::string> readFile(const fs::path& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    off_t size = 0;
+    const int fd = RegularFile::open(path.c_str(), &size);
     if (fd < 0) return std::nullopt;
     auto readSome = [fd](char* into, size_t room) {
         for (;;) {
@@ -39,9 +41,7 @@ std::optional<std::string> readFile(const fs::path& path) {
     // Read straight into the string, sized by the file: every rescan reads megabytes of
     // state, and a bounce buffer would copy all of it twice.
     std::string data;
-    struct stat info {};
-    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0)
-        data.resize(static_cast<size_t>(info.st_size));
+    data.resize(static_cast<size_t>(size));
     size_t length = 0;
     ssize_t n = 1;
     while (length < data.size() && (n = readSome(data.data() + length, data.size() - length)) > 0)

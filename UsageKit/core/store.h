@@ -18,7 +18,7 @@ namespace usagekit::Store {
 
 namespace fs = std::filesystem;
 
-// The file's bytes, or absent when it cannot be read.
+// The file's bytes, or absent when it cannot be read or is not a regular file.
 std::optional<std::string> readFile(const fs::path& path);
 
 // Replaces `path` with `data` as described above. Throws std::system_error when the

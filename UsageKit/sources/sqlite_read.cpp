@@ -1,6 +1,9 @@
 #include "sources/sqlite_read.h"
 
+#include "core/regular_file.h"
 #include "core/text.h"
+
+#include <unistd.h>
 
 #include <sqlite3.h>
 
@@ -30,8 +33,10 @@ std::string readOnlyURI(const std::filesystem::path& path) {
 }
 
 JSONDocument query(const std::filesystem::path& path, const std::string& sql) {
-    std::error_code ec;
-    if (!std::filesystem::exists(path, ec)) return parsed("[]");
+    // Anything but a regular file (a FIFO would block SQLite's open) reads as no database.
+    const int probe = RegularFile::open(path.c_str());
+    if (probe < 0) return parsed("[]");
+    ::close(probe);
 
     sqlite3* raw = nullptr;
     int status = sqlite3_open_v2(readOnlyURI(path).c_str(), &raw,
