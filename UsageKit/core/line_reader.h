@@ -16,6 +16,11 @@ namespace usagekit::Scan {
 // line where it lies instead of a copy.
 inline constexpr size_t kLineSlack = 64;
 
+// Lines this long or longer are not handed out by either function below: such a line is
+// passed over as a malformed one is, so that a log of one endless line costs a bounded
+// buffer instead of all memory. No tool writes a line anywhere near this long.
+inline constexpr size_t kMaxLineBytes = size_t{64} << 20;
+
 // Calls `line(text)` for each non-empty line; the view is valid only during the call.
 // Returns false when the file cannot be opened (no line is delivered then); a read error
 // part-way ends the file early, as if it were cut off there.

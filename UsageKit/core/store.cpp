@@ -41,6 +41,10 @@ std::optional<std::string> readFile(const fs::path& path) {
     // Read straight into the string, sized by the file: every rescan reads megabytes of
     // state, and a bounce buffer would copy all of it twice.
     std::string data;
+    if (static_cast<uint64_t>(size) > kMaxFileBytes) {
+        ::close(fd);
+        return std::nullopt;
+    }
     data.resize(static_cast<size_t>(size));
     size_t length = 0;
     ssize_t n = 1;
@@ -49,10 +53,10 @@ std::optional<std::string> readFile(const fs::path& path) {
     data.resize(length);
     // The rest of a file that grew since the stat, or of one whose size it did not tell.
     char buffer[1 << 16];
-    while (n > 0 && (n = readSome(buffer, sizeof buffer)) > 0)
+    while (n > 0 && data.size() <= kMaxFileBytes && (n = readSome(buffer, sizeof buffer)) > 0)
         data.append(buffer, static_cast<size_t>(n));
     ::close(fd);
-    if (n < 0) return std::nullopt;
+    if (n < 0 || data.size() > kMaxFileBytes) return std::nullopt;
     return data;
 }
 

@@ -18,7 +18,13 @@ namespace usagekit::Store {
 
 namespace fs = std::filesystem;
 
-// The file's bytes, or absent when it cannot be read or is not a regular file.
+// The most readFile() reads. Tally's largest state, a heavy user's scan cache, is tens of
+// megabytes; a file beyond this is damaged or not ours, and reading it whole could take
+// all memory.
+inline constexpr size_t kMaxFileBytes = size_t{512} << 20;
+
+// The file's bytes, or absent when it cannot be read, is not a regular file or holds more
+// than kMaxFileBytes.
 std::optional<std::string> readFile(const fs::path& path);
 
 // Replaces `path` with `data` as described above. Throws std::system_error when the

@@ -78,6 +78,13 @@ TEST_F(StoreTest, UnreadableStateIsMovedAsideNeverOverwrittenAndNothingElseMoves
     EXPECT_EQ(readText(*aside), "not json at all");
 }
 
+TEST_F(StoreTest, AStateFileTooLargeToBeOursIsNotReadWhole) {
+    const fs::path file = support / "settings.json";
+    writeText(file, "{}");
+    fs::resize_file(file, Store::kMaxFileBytes + 1);  // sparse: costs no disk
+    EXPECT_FALSE(Store::readFile(file));
+}
+
 TEST_F(StoreTest, SaveFailsWhenTheDirectoryCannotBeMade) {
     writeText(support / "blocker", "a file, not a directory");
     EXPECT_THROW(Store::save(TallySettings(), support / "blocker" / "settings.json"),
