@@ -4,6 +4,7 @@
 #include "core/paths.h"
 #include "core/spread_thread.h"
 #include "core/store.h"
+#include "core/text.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -285,13 +286,25 @@ void ScanCache::Entry::encode(JsonWriter& w) const {
     w.endObject();
 }
 
+std::string ScanCache::storedPath(std::string_view path) {
+    return '\0' + Text::percentEncode(path, Text::kURLPathExtra);
+}
+
+std::optional<std::string> ScanCache::pathOfStored(std::string_view key) {
+    if (!key.starts_with('\0')) return std::string(key);
+    return Text::percentDecodeBytes(key.substr(1));
+}
+
 void ScanCache::encode(JsonWriter& w) const {
     const auto sorted = sortedByKey(files);
     w.beginObject();
     w.key("files");
     w.beginObject();
     for (const auto* item : sorted) {
-        w.key(item->first);
+        if (simdjson::validate_utf8(item->first.data(), item->first.size()))
+            w.key(item->first);
+        else
+            w.key(storedPath(item->first));
         item->second.encode(w);
     }
     w.endObject();

@@ -3,12 +3,12 @@
 // rescan of unchanged logs.
 //
 // The image must give back exactly what reading the JSON file would: dates are kept in
-// whole seconds as the JSON has them, and a cache holding anything that would not come back
-// from JSON unchanged (text that is not UTF-8, counts beyond 2^53, a date ISO 8601 cannot
-// hold) gets no image at all. Reading an image applies the JSON reader's rules on numbers
-// too, so not even a forged image can give counts whose sums overflow. Text is checked for
-// UTF-8 only when written: the checksum vouches for it on the way back, and checking every
-// string again would cost a third of the read.
+// whole seconds as the JSON has them, and a cache holding anything that would not come
+// back from JSON unchanged (a record's text that is not UTF-8, counts beyond 2^53, a date
+// ISO 8601 cannot hold) gets no image at all. Reading an image applies the JSON reader's
+// rules on numbers too, so not even a forged image can give counts whose sums overflow.
+// Text is checked for UTF-8 only when written: the checksum vouches for it on the way
+// back, and checking every string again would cost a third of the read.
 #include "core/binary_image.h"
 #include "core/checked.h"
 #include "core/paths.h"
@@ -150,8 +150,8 @@ std::optional<std::string> ScanCache::image(const FileIdentity& of) const {
     writeIdentity(w, of);
     w.u32(static_cast<uint32_t>(files.size()));
     for (const auto& [path, entry] : files) {
-        if (!isText(path) || !isExactCount(entry.size) || !std::isfinite(entry.modified))
-            return std::nullopt;
+        // Paths go in as they are: the JSON file keeps any bytes of theirs (storedPath).
+        if (!isExactCount(entry.size) || !std::isfinite(entry.modified)) return std::nullopt;
         w.text(path);
         w.i64(entry.size);
         w.f64(entry.modified);
