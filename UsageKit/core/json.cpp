@@ -63,6 +63,9 @@ std::optional<double> decimalNumber(std::string_view text) {
         text.remove_prefix(1);
         if (text.empty() || text[0] == '-' || text[0] == '+') return std::nullopt;
     }
+    // from_chars also reads "nan", "inf" and "infinity", which are no decimal numbers.
+    const char first = text[0] == '-' && text.size() > 1 ? text[1] : text[0];
+    if (!((first >= '0' && first <= '9') || first == '.')) return std::nullopt;
     double value = 0;
     auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (ec == std::errc::result_out_of_range) {

@@ -58,6 +58,14 @@ TEST(JSON, LenientAccessorsReadNumericStringsButNotBlanksAndRejectWhatDoesNotFit
               std::make_tuple(std::optional<double>(), int64_t{0}, false));
 }
 
+TEST(JSON, NanAndInfinitySpelledOutAreNoNumbers) {
+    JSONParser parser;
+    for (const char* text : {R"("nan")", R"("-nan")", R"("inf")", R"("+infinity")", R"("NaN")"}) {
+        SCOPED_TRACE(text);
+        EXPECT_FALSE(parsed(parser, text).number());
+    }
+}
+
 TEST(JSON, KindsAndSubscripts) {
     JSONParser parser;
     JSON j = parsed(parser, R"({"a":[1,"two",null,{"k":false}],"o":{}})");
