@@ -334,10 +334,18 @@ void writeJSONNumber(std::string& out, double number) {
     if (!std::isfinite(number)) throw std::invalid_argument("JSON cannot hold a non-finite number");
     char buf[64];
     // Whole numbers as plain digits (1750000000, not 1.75e+09), the rest in shortest form.
-    const bool whole = number == std::trunc(number) && std::fabs(number) < 1e17;
-    auto [end, ec] = whole ? std::to_chars(buf, buf + sizeof buf, number, std::chars_format::fixed)
-                           : std::to_chars(buf, buf + sizeof buf, number);
-    out.append(buf, end);
+    // Plain digits beyond 64 bits read back as no number at all (1.2345678901234568e20 is
+    // shortest as 21 digits), so from 2^63 on a number always has an exponent.
+    const double magnitude = std::fabs(number);
+    const bool whole = number == std::trunc(number) && magnitude < 1e17;
+    std::to_chars_result written;
+    if (whole)
+        written = std::to_chars(buf, buf + sizeof buf, number, std::chars_format::fixed);
+    else if (magnitude >= 9223372036854775808.0)
+        written = std::to_chars(buf, buf + sizeof buf, number, std::chars_format::scientific);
+    else
+        written = std::to_chars(buf, buf + sizeof buf, number);
+    out.append(buf, written.ptr);
 }
 
 void JsonWriter::newline() {

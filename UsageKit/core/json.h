@@ -153,7 +153,8 @@ class JsonWriter {
 };
 
 void writeJSONString(std::string& out, std::string_view text);
-// Shortest text that reads back to the same double; whole numbers without a fraction.
+// Shortest text that reads back to the same double; whole numbers below 1e17 as plain
+// digits, and from 2^63 on always with an exponent, which every JSON reader takes.
 void writeJSONNumber(std::string& out, double number);
 
 }  // namespace usagekit

@@ -66,6 +66,16 @@ TEST(JSON, NanAndInfinitySpelledOutAreNoNumbers) {
     }
 }
 
+TEST(JsonWriter, WholeNumbersBeyond64BitsAreWrittenSoTheyReadBack) {
+    JSONParser parser;
+    for (double number : {1.2345678901234568e20, -1.2345678901234567e19, 9223372036854775808.0}) {
+        std::string text;
+        writeJSONNumber(text, number);
+        SCOPED_TRACE(text);
+        EXPECT_EQ(parsed(parser, text).number(), number);
+    }
+}
+
 TEST(JSON, KindsAndSubscripts) {
     JSONParser parser;
     JSON j = parsed(parser, R"({"a":[1,"two",null,{"k":false}],"o":{}})");
