@@ -106,6 +106,11 @@ int64_t JSON::integer() const {
     return value ? truncatedCount(*value) : 0;
 }
 
+std::optional<int64_t> JSON::exactInteger() const {
+    if (!m_present || m_element.type() != element_type::INT64) return std::nullopt;
+    return m_element.get_int64().value_unsafe();
+}
+
 bool JSON::boolean() const {
     if (!m_present) return false;
     if (m_element.type() == element_type::BOOL) return m_element.get_bool().value_unsafe();

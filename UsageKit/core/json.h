@@ -40,6 +40,9 @@ class JSON {
     std::optional<double> number() const;
     // number() truncated toward zero; absent reads 0. Throws OutOfRange beyond 64 bits.
     int64_t integer() const;
+    // A number written as an integer that fits 64 bits, exactly (integer() goes through a
+    // double, which rounds beyond 2^53); absent for anything else.
+    std::optional<int64_t> exactInteger() const;
     // true, a non-zero number, or a string that is a non-zero number.
     bool boolean() const;
     bool isNull() const;
