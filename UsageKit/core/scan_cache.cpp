@@ -62,15 +62,14 @@ bool ScanCache::writeSaved(const ScanCache& cache, const std::filesystem::path& 
     if (cache.changed) {
         mirrored.reset();
         try {
-            const std::filesystem::path temporary =
-                Store::writeTemporary(jsonData(cache, true), json);
-            const std::optional<FileIdentity> written = identity(temporary);
-            Store::replace(temporary, json);
+            struct stat written {};
+            Store::saveData(jsonData(cache, true), json, &written);
             // The rename moves the change time, so the identity is taken again; it is ours
             // only while the file there is the one just written.
             const std::optional<FileIdentity> placed = identity(json);
-            if (written && placed && placed->device == written->device &&
-                placed->inode == written->inode)
+            if (placed && written.st_ino != 0 &&
+                placed->device == static_cast<uint64_t>(written.st_dev) &&
+                placed->inode == static_cast<uint64_t>(written.st_ino))
                 mirrored = placed;
         } catch (const std::exception&) {
             return false;  // the old file and the image that mirrors it stay as they were

@@ -9,6 +9,8 @@
 #include "core/date.h"
 #include "core/json_coding.h"
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -29,10 +31,13 @@ std::optional<std::string> readFile(const fs::path& path);
 
 // Replaces `path` with `data` as described above. Throws std::system_error when the
 // directory cannot be created or the temporary cannot be written; a failed final rename
-// is not reported (the temporary is left behind).
-void saveData(const std::string& data, const fs::path& path);
+// is not reported (the temporary is left behind). Temporaries of `path` that a killed
+// process left are removed first: a save locks its temporary until the rename, so one that
+// is not locked is stale. `written`, when given, gets the status of the file written.
+void saveData(const std::string& data, const fs::path& path, struct stat* written = nullptr);
 
-// The two halves of saveData, apart so that tests can stop between them.
+// The two halves of saveData, apart so that tests can stop between them. The temporary is
+// not locked once writeTemporary returns, as if its writer had been killed.
 fs::path writeTemporary(const std::string& data, const fs::path& target);
 void replace(const fs::path& temporary, const fs::path& target);
 
