@@ -82,4 +82,13 @@ std::pair<std::optional<T>, std::optional<fs::path>> loadState(const fs::path& p
     return {std::nullopt, quarantine(path)};
 }
 
+// How state Tally saves again after reading it is read (settings, prices, budgets, its own
+// records, plan limits): a file that does not decode is moved aside, so that the next save
+// starts a new file instead of overwriting what the user may want back. Caches and
+// announced keys, which cost nothing but a recomputation, use load().
+template <class T>
+std::optional<T> loadOrMoveAside(const fs::path& path) {
+    return loadState<T>(path).first;
+}
+
 }  // namespace usagekit::Store
