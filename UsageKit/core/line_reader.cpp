@@ -82,7 +82,10 @@ bool streamFile(const std::filesystem::path& path, Chunk&& chunk) {
             std::memmove(buffer.data.get(), buffer.data.get() + used, filled);
     }
     ::close(fd);
-    if (filled > 0 && !skipping) chunk(std::string_view(buffer.data.get(), filled), true);
+    if (filled > 0 && !skipping) {
+        buffer.data[filled] = '\n';  // as after every other line (the slack has room)
+        chunk(std::string_view(buffer.data.get(), filled), true);
+    }
     buffer.shrink();
     return true;
 }
