@@ -163,12 +163,17 @@ std::string secondsText(double seconds) {
     return buffer;
 }
 
-std::string describe(CURLcode code, const Request& request) {
+std::string hostOf(const Request& request) {
     auto parts = partsOf(request.url);
-    const std::string host = parts ? parts->host : std::string("the service");
+    return parts ? parts->host : std::string("the service");
+}
+
+// `seconds`: the time-out the request was given.
+std::string describe(CURLcode code, const Request& request, double seconds) {
+    const std::string host = hostOf(request);
     switch (code) {
         case CURLE_OPERATION_TIMEDOUT:
-            return "The request to " + host + " timed out after " + secondsText(request.timeout) +
+            return "The request to " + host + " timed out after " + secondsText(seconds) +
                    " seconds.";
         case CURLE_COULDNT_RESOLVE_HOST:
         case CURLE_COULDNT_RESOLVE_PROXY:
@@ -255,6 +260,22 @@ Err::Err(int64_t status_, std::string body_) : status(status_), body(Redact::sec
                         Text::firstCharacters(body, kDescribedBodyCharacters);
 }
 
+namespace {
+thread_local std::optional<std::chrono::steady_clock::time_point> currentDeadline;
+}
+
+Deadline::Deadline(std::chrono::steady_clock::time_point at) : m_outer(currentDeadline) {
+    currentDeadline = m_outer ? std::min(*m_outer, at) : at;
+}
+
+Deadline::~Deadline() {
+    currentDeadline = m_outer;
+}
+
+std::optional<std::chrono::steady_clock::time_point> Deadline::current() {
+    return currentDeadline;
+}
+
 Response sendRaw(const Request& request) {
     checkAddress(request.url);
     Shared& shared = Shared::instance();
@@ -275,9 +296,18 @@ Response sendRaw(const Request& request) {
     setOption(easy, CURLOPT_SSL_VERIFYHOST, 2L);
     // Signals cannot interrupt a resolver on another thread; time-outs still hold.
     setOption(easy, CURLOPT_NOSIGNAL, 1L);
-    const double seconds = std::isfinite(request.timeout) && request.timeout > 0
-                               ? std::min(request.timeout, 24.0 * 3600)
-                               : 30.0;
+    double seconds = std::isfinite(request.timeout) && request.timeout > 0
+                         ? std::min(request.timeout, 24.0 * 3600)
+                         : 30.0;
+    if (const auto deadline = Deadline::current()) {
+        const double left =
+            std::chrono::duration<double>(*deadline - std::chrono::steady_clock::now()).count();
+        if (left <= 0.001)
+            throw TransportError("The request to " + hostOf(request) +
+                                 " was not made: there was no time left for it.");
+        // Rounded up to a tenth of a second, which reads better in a problem line.
+        seconds = std::min(seconds, std::ceil(left * 10) / 10);
+    }
     setOption(easy, CURLOPT_TIMEOUT_MS, std::max(1L, std::lround(seconds * 1000)));
     setOption(easy, CURLOPT_HTTPHEADER, headers.get());
     setOption(easy, CURLOPT_WRITEFUNCTION, &collect);
@@ -298,7 +328,7 @@ Response sendRaw(const Request& request) {
     }
 
     CURLcode code = lib.easy_perform(easy);
-    if (code != CURLE_OK) throw TransportError(describe(code, request));
+    if (code != CURLE_OK) throw TransportError(describe(code, request, seconds));
 
     Response response;
     long status = 0;

@@ -13,6 +13,7 @@
 
 #include "core/json.h"
 
+#include <chrono>
 #include <cstdint>
 #include <exception>
 #include <optional>
@@ -47,6 +48,24 @@ struct Err : std::exception {
 // address). what() is a short sentence for the user, never a library error code.
 struct TransportError : std::runtime_error {
     using runtime_error::runtime_error;
+};
+
+// A time by which every request this thread makes while the object lives must be done:
+// each request's own time-out is cut to what is left, and one made after the deadline
+// fails at once as timed out. So a caller bounds a whole series of requests it cannot see
+// into (a provider's paged reads). Nested, the earlier deadline holds. One thread's own.
+class Deadline {
+  public:
+    explicit Deadline(std::chrono::steady_clock::time_point at);
+    ~Deadline();
+    Deadline(const Deadline&) = delete;
+    Deadline& operator=(const Deadline&) = delete;
+
+    // The deadline that holds on this thread now, if any.
+    static std::optional<std::chrono::steady_clock::time_point> current();
+
+  private:
+    std::optional<std::chrono::steady_clock::time_point> m_outer;
 };
 
 struct Request {

@@ -118,7 +118,15 @@ std::optional<Date> ISO8601::parse(std::string_view s) {
     int64_t days = daysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day));
     double seconds =
         static_cast<double>(days * 86400 + hour * 3600 + minute * 60 + second - offsetSeconds);
-    return Date{seconds + fraction};
+    const Date date{seconds + fraction};
+    if (!holds(date)) return std::nullopt;
+    return date;
+}
+
+bool ISO8601::holds(Date date) {
+    constexpr double kFirst = -62167219200.0;  // 0000-01-01T00:00:00Z
+    constexpr double kEnd = 253402300800.0;    // 10000-01-01T00:00:00Z
+    return date.secondsSince1970 >= kFirst && date.secondsSince1970 < kEnd;
 }
 
 std::string ISO8601::format(Date date) {

@@ -23,6 +23,11 @@ namespace ISO8601 {
 std::optional<Date> parse(std::string_view text);
 // Whole seconds in UTC: 2026-11-15T18:20:00Z (the fraction is dropped, not rounded).
 std::string format(Date date);
+// Whether `date` lies within what four-digit years hold in UTC, 0000-01-01T00:00:00Z up
+// to 10000-01-01T00:00:00Z: only such a date is written as text that parse() reads back.
+// parse() itself gives no other, so that no odd offset (9999-12-31T23:59:59-01:00) can
+// make a date that a state file would then hold and no longer read.
+bool holds(Date date);
 }  // namespace ISO8601
 
 namespace Calendar {

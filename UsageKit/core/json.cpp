@@ -63,6 +63,9 @@ std::optional<double> decimalNumber(std::string_view text) {
         text.remove_prefix(1);
         if (text.empty() || text[0] == '-' || text[0] == '+') return std::nullopt;
     }
+    // from_chars also reads "nan", "inf" and "infinity", which are no decimal numbers.
+    const char first = text[0] == '-' && text.size() > 1 ? text[1] : text[0];
+    if (!((first >= '0' && first <= '9') || first == '.')) return std::nullopt;
     double value = 0;
     auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
     if (ec == std::errc::result_out_of_range) {
@@ -101,6 +104,11 @@ std::optional<double> JSON::number() const {
 int64_t JSON::integer() const {
     auto value = number();
     return value ? truncatedCount(*value) : 0;
+}
+
+std::optional<int64_t> JSON::exactInteger() const {
+    if (!m_present || m_element.type() != element_type::INT64) return std::nullopt;
+    return m_element.get_int64().value_unsafe();
 }
 
 bool JSON::boolean() const {
@@ -331,10 +339,18 @@ void writeJSONNumber(std::string& out, double number) {
     if (!std::isfinite(number)) throw std::invalid_argument("JSON cannot hold a non-finite number");
     char buf[64];
     // Whole numbers as plain digits (1750000000, not 1.75e+09), the rest in shortest form.
-    const bool whole = number == std::trunc(number) && std::fabs(number) < 1e17;
-    auto [end, ec] = whole ? std::to_chars(buf, buf + sizeof buf, number, std::chars_format::fixed)
-                           : std::to_chars(buf, buf + sizeof buf, number);
-    out.append(buf, end);
+    // Plain digits beyond 64 bits read back as no number at all (1.2345678901234568e20 is
+    // shortest as 21 digits), so from 2^63 on a number always has an exponent.
+    const double magnitude = std::fabs(number);
+    const bool whole = number == std::trunc(number) && magnitude < 1e17;
+    std::to_chars_result written;
+    if (whole)
+        written = std::to_chars(buf, buf + sizeof buf, number, std::chars_format::fixed);
+    else if (magnitude >= 9223372036854775808.0)
+        written = std::to_chars(buf, buf + sizeof buf, number, std::chars_format::scientific);
+    else
+        written = std::to_chars(buf, buf + sizeof buf, number);
+    out.append(buf, written.ptr);
 }
 
 void JsonWriter::newline() {

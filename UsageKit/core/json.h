@@ -40,6 +40,9 @@ class JSON {
     std::optional<double> number() const;
     // number() truncated toward zero; absent reads 0. Throws OutOfRange beyond 64 bits.
     int64_t integer() const;
+    // A number written as an integer that fits 64 bits, exactly (integer() goes through a
+    // double, which rounds beyond 2^53); absent for anything else.
+    std::optional<int64_t> exactInteger() const;
     // true, a non-zero number, or a string that is a non-zero number.
     bool boolean() const;
     bool isNull() const;
@@ -153,7 +156,8 @@ class JsonWriter {
 };
 
 void writeJSONString(std::string& out, std::string_view text);
-// Shortest text that reads back to the same double; whole numbers without a fraction.
+// Shortest text that reads back to the same double; whole numbers below 1e17 as plain
+// digits, and from 2^63 on always with an exponent, which every JSON reader takes.
 void writeJSONNumber(std::string& out, double number);
 
 }  // namespace usagekit

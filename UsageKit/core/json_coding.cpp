@@ -26,6 +26,8 @@ std::optional<int64_t> wholeCount(double value) {
 
 std::optional<int64_t> Decode::integer(const JSON& json) {
     if (json.kind() != JSON::Kind::Number) return std::nullopt;
+    // Folded sums pass 2^53; written as integers, they are read back exactly.
+    if (auto exact = json.exactInteger()) return exact;
     return wholeCount(*json.number());
 }
 
@@ -76,14 +78,10 @@ std::optional<double> Decode::OnDemand::number(od::value json) {
 }
 
 std::optional<int64_t> Decode::OnDemand::integer(od::value json) {
-    // Counts are nearly always plain integers, read exactly; beyond 2^53, and for any
-    // other spelling of a number, the value goes through a double as the DOM reader has it.
+    // Counts are nearly always plain integers, read exactly at any size, as the DOM reader
+    // reads them; any other spelling of a number goes through a double.
     int64_t exact = 0;
-    constexpr int64_t kExactInDouble = int64_t{1} << 53;
-    if (json.get_int64().get(exact) == simdjson::SUCCESS) {
-        if (exact >= -kExactInDouble && exact <= kExactInDouble) return exact;
-        return wholeCount(static_cast<double>(exact));
-    }
+    if (json.get_int64().get(exact) == simdjson::SUCCESS) return exact;
     auto value = number(json);
     if (!value) return std::nullopt;
     return wholeCount(*value);

@@ -65,7 +65,7 @@ std::string jsonData(const T& value, bool pretty) {
 // Strict readers for our own files: the JSON must hold exactly the type asked for.
 namespace Decode {
 std::optional<std::string> string(const JSON& json);
-std::optional<int64_t> integer(const JSON& json);  // a whole number within 64 bits
+std::optional<int64_t> integer(const JSON& json);  // a whole number within 64 bits, exactly
 std::optional<double> number(const JSON& json);
 std::optional<bool> boolean(const JSON& json);
 std::optional<Date> date(const JSON& json);  // ISO 8601 text

@@ -1,10 +1,12 @@
 #include "core/line_reader.h"
 
+#include "core/regular_file.h"
 #include "core/scan.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -14,7 +16,7 @@ namespace usagekit::Scan {
 namespace {
 
 // Large enough for the page cache to stream well, small enough to keep memory flat. A
-// single longer line grows the buffer to fit it.
+// single longer line grows the buffer to fit it, up to kMaxLineBytes.
 constexpr size_t kChunk = 1 << 20;
 
 // One buffer per thread, reused file after file and never cleared: allocating and zeroing
@@ -32,33 +34,60 @@ struct Buffer {
         data = std::move(bigger);
         size = wanted;
     }
+    // After a file with a long line: the memory goes back rather than stay with the thread.
+    void shrink() {
+        if (size <= 4 * kChunk) return;
+        data.reset();
+        size = 0;
+    }
 };
 
 thread_local Buffer buffer;
 
 // Streams `path` through the buffer; `chunk(text, last)` gets complete lines (and, when
-// `last`, the unterminated rest) and returns how many bytes it consumed.
+// `last`, the unterminated rest) and returns how many bytes it consumed. A line of
+// kMaxLineBytes or more is dropped unseen, its bytes read and passed over up to its newline.
 template <class Chunk>
 bool streamFile(const std::filesystem::path& path, Chunk&& chunk) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = RegularFile::open(path.c_str());
     if (fd < 0) return false;
     LogBytes bytes(fd, isCompressedLog(path.native()));
     ::posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
     buffer.grow(kChunk, 0);
-    size_t filled = 0;  // bytes of an unfinished line at the front of the buffer
+    size_t filled = 0;      // bytes of an unfinished line at the front of the buffer
+    bool skipping = false;  // inside a line too long to keep: its bytes are not kept
     for (;;) {
-        if (filled == buffer.size) buffer.grow(buffer.size * 2, filled);
+        if (filled == buffer.size) {
+            if (buffer.size < kMaxLineBytes) {
+                buffer.grow(std::min(buffer.size * 2, kMaxLineBytes), filled);
+            } else {
+                skipping = true;
+                filled = 0;
+            }
+        }
         ssize_t n = bytes.read(buffer.data.get() + filled, buffer.size - filled);
         if (n < 0 && errno == EINTR) continue;
         if (n <= 0) break;
         const size_t length = filled + static_cast<size_t>(n);
-        const size_t used = chunk(std::string_view(buffer.data.get(), length));
+        size_t start = 0;
+        if (skipping) {
+            const void* newline = std::memchr(buffer.data.get(), '\n', length);
+            if (!newline) continue;  // filled stays 0: the next read overwrites these bytes
+            start = static_cast<size_t>(static_cast<const char*>(newline) - buffer.data.get()) + 1;
+            skipping = false;
+        }
+        const size_t used =
+            start + chunk(std::string_view(buffer.data.get() + start, length - start));
         filled = length - used;
         if (filled > 0 && used > 0)
             std::memmove(buffer.data.get(), buffer.data.get() + used, filled);
     }
     ::close(fd);
-    if (filled > 0) chunk(std::string_view(buffer.data.get(), filled), true);
+    if (filled > 0 && !skipping) {
+        buffer.data[filled] = '\n';  // as after every other line (the slack has room)
+        chunk(std::string_view(buffer.data.get(), filled), true);
+    }
+    buffer.shrink();
     return true;
 }
 

@@ -13,11 +13,19 @@
 
 namespace usagekit::Scan {
 
-// Every line either function below hands out is followed in memory by at least this many
-// readable bytes (the rest of the read buffer, then slack past its end), so that a parser
-// that reads a little past the end of its input, as On-Demand JSON does, can parse the
-// line where it lies instead of a copy.
+// Every line either function below hands out is followed in memory by "\n" and at least
+// this many readable bytes in all (the rest of the read buffer, then slack past its end),
+// so that a parser that reads a little past the end of its input, as On-Demand JSON does,
+// can parse the line where it lies instead of a copy. The byte right after a line is "\n"
+// even for a last line without one: On-Demand reads it as the line's last structural
+// character when the brackets do not balance, and what it finds there must not depend on
+// what came before.
 inline constexpr size_t kLineSlack = 64;
+
+// Lines this long or longer are not handed out by either function below: such a line is
+// passed over as a malformed one is, so that a log of one endless line costs a bounded
+// buffer instead of all memory. No tool writes a line anywhere near this long.
+inline constexpr size_t kMaxLineBytes = size_t{64} << 20;
 
 // Calls `line(text)` for each non-empty line; the view is valid only during the call.
 // Returns false when the file cannot be opened (no line is delivered then); a read error

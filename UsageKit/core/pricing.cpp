@@ -76,7 +76,7 @@ std::filesystem::path Pricing::file() {
 }
 
 Pricing Pricing::load() {
-    auto loaded = Store::load<Pricing>(file());
+    auto loaded = Store::loadOrMoveAside<Pricing>(file());
     if (!loaded) return builtIn();
     // The file wins row by row; built-in rows it lacks come back (newer models included).
     for (const auto& [key, rate] : builtIn().rates)

@@ -238,6 +238,7 @@ std::string foldKey(const UsageRecord& r) {
 }
 
 bool Folder::addToExisting(const UsageRecord& record) {
+    if (record.reportedCostUSD && !std::isfinite(*record.reportedCostUSD)) return true;
     const double day = Calendar::startOfDay(record.date).secondsSince1970;
     // Compared bit for bit: 0.0 and -0.0 are equal yet read differently.
     if (m_dayText.empty() || std::bit_cast<uint64_t>(day) != std::bit_cast<uint64_t>(m_day)) {
@@ -250,6 +251,12 @@ bool Folder::addToExisting(const UsageRecord& record) {
     if (it == m_index.end()) return false;
 
     UsageRecord& into = m_folded[it->second];
+    // Costs are summed like counts: a sum that is no longer finite drops the record.
+    std::optional<double> cost = into.reportedCostUSD;
+    if (record.reportedCostUSD) {
+        cost = cost.value_or(0) + *record.reportedCostUSD;
+        if (!std::isfinite(*cost)) return true;
+    }
     try {
         // Sum into temporaries first so that an overflow leaves `into` untouched.
         const int64_t calls = checkedAdd(into.calls, record.calls);
@@ -268,8 +275,7 @@ bool Folder::addToExisting(const UsageRecord& record) {
     } catch (const OutOfRange&) {
         return true;
     }
-    if (record.reportedCostUSD)
-        into.reportedCostUSD = into.reportedCostUSD.value_or(0) + *record.reportedCostUSD;
+    into.reportedCostUSD = cost;
     if (const Date date = wholeSeconds(record.date); date > into.date) into.date = date;
     return true;
 }

@@ -44,7 +44,8 @@ std::string foldKey(const UsageRecord& record);
 // Folds records one at a time, so a reader of a huge log holds one record per day and
 // context rather than one per request: counts and reported costs summed, the latest date
 // kept, the id replaced by the key, in order of first appearance. A record whose addition
-// would overflow is dropped. Dates are kept in whole seconds, as the scan cache keeps them.
+// would overflow is dropped, as is one whose cost is or would make the sum not finite.
+// Dates are kept in whole seconds, as the scan cache keeps them.
 //
 // Adding to a fold that already exists allocates nothing: the key is built in a buffer the
 // folder keeps, and a record is copied only when it starts a fold.

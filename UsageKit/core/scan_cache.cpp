@@ -4,6 +4,7 @@
 #include "core/paths.h"
 #include "core/spread_thread.h"
 #include "core/store.h"
+#include "core/text.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -46,9 +47,9 @@ ScanCache ScanCache::readSaved(const std::filesystem::path& json,
             mirrored->changed = false;
             return std::move(*mirrored);
         }
-    simdjson::padded_string text;
-    if (simdjson::padded_string::load(json.string()).get(text)) return ScanCache();
-    auto loaded = decode(text);
+    const std::optional<std::string> bytes = Store::readFile(json);
+    if (!bytes) return ScanCache();
+    auto loaded = decode(simdjson::padded_string(*bytes));
     if (!loaded || loaded->version != kVersion) return ScanCache();
     loaded->changed = false;
     loaded->m_imageMissingFor = saved;
@@ -61,15 +62,14 @@ bool ScanCache::writeSaved(const ScanCache& cache, const std::filesystem::path& 
     if (cache.changed) {
         mirrored.reset();
         try {
-            const std::filesystem::path temporary =
-                Store::writeTemporary(jsonData(cache, true), json);
-            const std::optional<FileIdentity> written = identity(temporary);
-            Store::replace(temporary, json);
+            struct stat written {};
+            Store::saveData(jsonData(cache, true), json, &written);
             // The rename moves the change time, so the identity is taken again; it is ours
             // only while the file there is the one just written.
             const std::optional<FileIdentity> placed = identity(json);
-            if (written && placed && placed->device == written->device &&
-                placed->inode == written->inode)
+            if (placed && written.st_ino != 0 &&
+                placed->device == static_cast<uint64_t>(written.st_dev) &&
+                placed->inode == static_cast<uint64_t>(written.st_ino))
                 mirrored = placed;
         } catch (const std::exception&) {
             return false;  // the old file and the image that mirrors it stay as they were
@@ -285,13 +285,25 @@ void ScanCache::Entry::encode(JsonWriter& w) const {
     w.endObject();
 }
 
+std::string ScanCache::storedPath(std::string_view path) {
+    return '\0' + Text::percentEncode(path, Text::kURLPathExtra);
+}
+
+std::optional<std::string> ScanCache::pathOfStored(std::string_view key) {
+    if (!key.starts_with('\0')) return std::string(key);
+    return Text::percentDecodeBytes(key.substr(1));
+}
+
 void ScanCache::encode(JsonWriter& w) const {
     const auto sorted = sortedByKey(files);
     w.beginObject();
     w.key("files");
     w.beginObject();
     for (const auto* item : sorted) {
-        w.key(item->first);
+        if (simdjson::validate_utf8(item->first.data(), item->first.size()))
+            w.key(item->first);
+        else
+            w.key(storedPath(item->first));
         item->second.encode(w);
     }
     w.endObject();

@@ -175,6 +175,13 @@ struct ScanCache {
     DirectoryIndex directories;
 
     void encode(JsonWriter& writer) const;
+    // A log's path as a key of the JSON file. JSON holds only UTF-8, and a path may be any
+    // bytes but NUL: one that is not UTF-8 is stored as NUL followed by the path
+    // percent-encoded, which no path can be mistaken for, so that it reads back unchanged
+    // and the log is not parsed again on every scan.
+    static std::string storedPath(std::string_view path);
+    // The path a key names; absent for a key no path gives.
+    static std::optional<std::string> pathOfStored(std::string_view key);
     // The cache in `text`, strictly: any entry or record that does not decode fails the
     // whole cache, as does text that is not one JSON object.
     static std::optional<ScanCache> decode(const simdjson::padded_string& text);

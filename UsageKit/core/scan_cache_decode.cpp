@@ -61,7 +61,15 @@ std::optional<ScanCache> ScanCache::decode(const simdjson::padded_string& text) 
             if (key == "version") return first(version, value, Decode::OnDemand::integer);
             if (key != "files" || sawFiles) return true;
             sawFiles = true;
-            return OnDemandJSON::forEachField(value, [&](std::string_view path, od::value item) {
+            return OnDemandJSON::forEachField(value, [&](std::string_view key, od::value item) {
+                std::string stored;
+                std::string_view path = key;
+                if (key.starts_with('\0')) {
+                    auto bytes = pathOfStored(key);
+                    if (!bytes) return false;
+                    stored = std::move(*bytes);
+                    path = stored;
+                }
                 if (cache.files.contains(path)) return true;  // a repeated path: the first counts
                 auto entry = Entry::decode(item);
                 if (!entry) return false;

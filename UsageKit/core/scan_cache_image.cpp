@@ -3,12 +3,12 @@
 // rescan of unchanged logs.
 //
 // The image must give back exactly what reading the JSON file would: dates are kept in
-// whole seconds as the JSON has them, and a cache holding anything that would not come back
-// from JSON unchanged (text that is not UTF-8, counts beyond 2^53, a date ISO 8601 cannot
-// hold) gets no image at all. Reading an image applies the JSON reader's rules on numbers
-// too, so not even a forged image can give counts whose sums overflow. Text is checked for
-// UTF-8 only when written: the checksum vouches for it on the way back, and checking every
-// string again would cost a third of the read.
+// whole seconds as the JSON has them, and a cache holding anything that would not come
+// back from JSON unchanged (a record's text that is not UTF-8, a date ISO 8601 cannot
+// hold) gets no image at all. Reading an image applies the JSON reader's
+// rules on numbers too, so not even a forged image can give counts whose sums overflow.
+// Text is checked for UTF-8 only when written: the checksum vouches for it on the way
+// back, and checking every string again would cost a third of the read.
 #include "core/binary_image.h"
 #include "core/checked.h"
 #include "core/paths.h"
@@ -23,7 +23,6 @@ namespace usagekit {
 namespace {
 
 constexpr std::string_view kMagic = "TLYSCAN1";
-constexpr int64_t kExactInDouble = int64_t{1} << 53;
 // The fewest bytes an entry and a record take in an image.
 constexpr size_t kEntrySize = 4 + 8 + 8 + 4;
 constexpr size_t kRecordSize = 4 + 8 + 4 + 4 + 1 + 4 + 6 * 8;
@@ -32,11 +31,6 @@ enum Present : uint8_t { kProject = 1, kSession = 2, kCost = 4 };
 
 bool isText(std::string_view text) {
     return simdjson::validate_utf8(text.data(), text.size());
-}
-
-// Counts beyond 2^53 go through a double on their way back from JSON.
-bool isExactCount(int64_t count) {
-    return count >= -kExactInDouble && count <= kExactInDouble;
 }
 
 int64_t nanoseconds(const struct timespec& time) {
@@ -63,9 +57,6 @@ ScanCache::FileIdentity readIdentity(BinaryImage::Reader& r) {
 
 // What the JSON reader would refuse in a record's numbers.
 bool hasReadableNumbers(const UsageRecord& record) {
-    for (int64_t count : {record.calls, record.input, record.output, record.cacheRead,
-                          record.cacheWrite, record.reasoning})
-        if (!isExactCount(count)) return false;
     if (!std::isfinite(record.date.secondsSince1970) ||
         (record.reportedCostUSD && !std::isfinite(*record.reportedCostUSD)))
         return false;
@@ -150,8 +141,8 @@ std::optional<std::string> ScanCache::image(const FileIdentity& of) const {
     writeIdentity(w, of);
     w.u32(static_cast<uint32_t>(files.size()));
     for (const auto& [path, entry] : files) {
-        if (!isText(path) || !isExactCount(entry.size) || !std::isfinite(entry.modified))
-            return std::nullopt;
+        // Paths go in as they are: the JSON file keeps any bytes of theirs (storedPath).
+        if (!std::isfinite(entry.modified)) return std::nullopt;
         w.text(path);
         w.i64(entry.size);
         w.f64(entry.modified);
@@ -195,9 +186,7 @@ std::optional<ScanCache> ScanCache::fromImage(std::string image, const FileIdent
                 {checked.date.secondsSince1970,
                  std::string_view(at, static_cast<size_t>(r.rest().data() - at))});
         }
-        if (r.failed() || !isExactCount(entry.size) || !std::isfinite(entry.modified) ||
-            first > UINT32_MAX)
-            return std::nullopt;
+        if (r.failed() || !std::isfinite(entry.modified) || first > UINT32_MAX) return std::nullopt;
         entry.packed = PackedRecords(
             read.get(), std::string_view(start, static_cast<size_t>(r.rest().data() - start)),
             static_cast<uint32_t>(first), records);

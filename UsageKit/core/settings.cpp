@@ -16,7 +16,7 @@ std::filesystem::path TallySettings::file() {
 }
 
 TallySettings TallySettings::load() {
-    auto loaded = Store::load<TallySettings>(file());
+    auto loaded = Store::loadOrMoveAside<TallySettings>(file());
     if (!loaded) return TallySettings();
     // A user's own price, 0 included, always wins; seats added in newer versions appear.
     for (const auto& [provider, price] : defaultSeats())

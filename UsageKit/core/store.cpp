@@ -1,8 +1,10 @@
 #include "core/store.h"
 
+#include "core/regular_file.h"
 #include "core/uuid.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,7 +30,8 @@ void createDirectories(const fs::path& directory) {
 }  // namespace
 
 std::optional<std::string> readFile(const fs::path& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    off_t size = 0;
+    const int fd = RegularFile::open(path.c_str(), &size);
     if (fd < 0) return std::nullopt;
     auto readSome = [fd](char* into, size_t room) {
         for (;;) {
@@ -39,9 +42,11 @@ std::optional<std::string> readFile(const fs::path& path) {
     // Read straight into the string, sized by the file: every rescan reads megabytes of
     // state, and a bounce buffer would copy all of it twice.
     std::string data;
-    struct stat info {};
-    if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size > 0)
-        data.resize(static_cast<size_t>(info.st_size));
+    if (static_cast<uint64_t>(size) > kMaxFileBytes) {
+        ::close(fd);
+        return std::nullopt;
+    }
+    data.resize(static_cast<size_t>(size));
     size_t length = 0;
     ssize_t n = 1;
     while (length < data.size() && (n = readSome(data.data() + length, data.size() - length)) > 0)
@@ -49,37 +54,89 @@ std::optional<std::string> readFile(const fs::path& path) {
     data.resize(length);
     // The rest of a file that grew since the stat, or of one whose size it did not tell.
     char buffer[1 << 16];
-    while (n > 0 && (n = readSome(buffer, sizeof buffer)) > 0)
+    while (n > 0 && data.size() <= kMaxFileBytes && (n = readSome(buffer, sizeof buffer)) > 0)
         data.append(buffer, static_cast<size_t>(n));
     ::close(fd);
-    if (n < 0) return std::nullopt;
+    if (n < 0 || data.size() > kMaxFileBytes) return std::nullopt;
     return data;
 }
 
-fs::path writeTemporary(const std::string& data, const fs::path& target) {
+namespace {
+
+std::string temporaryPrefix(const fs::path& target) {
+    return "." + target.filename().string() + ".tmp-";
+}
+
+fs::path directoryOf(const fs::path& target) {
+    return target.parent_path().empty() ? fs::path(".") : target.parent_path();
+}
+
+// Whether `path` still names the file open as `fd`.
+bool stillNamed(int fd, const fs::path& path) {
+    struct stat open {
+    }, named{};
+    return ::fstat(fd, &open) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+// Removes the temporaries of `target` that no save is writing: a save holds a lock on its
+// temporary from creation until it is renamed, so one that can be locked was left by a
+// process killed mid-save. The lock goes with the process, however it ends.
+void removeStaleTemporaries(const fs::path& target) {
+    const std::string prefix = temporaryPrefix(target);
+    const fs::path directory = directoryOf(target);
+    std::error_code ec;
+    for (fs::directory_iterator it(directory, ec), end; !ec && it != end; it.increment(ec)) {
+        const fs::path path = it->path();
+        if (!path.filename().string().starts_with(prefix)) continue;
+        const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0) continue;
+        if (::flock(fd, LOCK_EX | LOCK_NB) == 0 && stillNamed(fd, path)) ::unlink(path.c_str());
+        ::close(fd);
+    }
+}
+
+// Creates a temporary beside `target`, locked (see removeStaleTemporaries), writes `data`
+// to it and fsyncs it. Returns the descriptor, still open and locked.
+int writeLocked(const std::string& data, const fs::path& target, fs::path& temporary) {
     createDirectories(target.parent_path());
-    std::string name = ".";
-    name += target.filename().string();
-    name += ".tmp-";
-    name += randomUUID().substr(0, 8);
-    fs::path temporary = target.parent_path() / name;
-    int fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (fd < 0) fail("cannot create " + temporary.string());
+    int fd = -1;
+    // A cleaner may lock and remove a temporary in the instant between its creation and
+    // its lock: then it is no longer named, and another is made.
+    for (int attempt = 0; fd < 0; ++attempt) {
+        temporary = target.parent_path() / (temporaryPrefix(target) + randomUUID().substr(0, 8));
+        fd = ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (fd < 0) fail("cannot create " + temporary.string());
+        if (::flock(fd, LOCK_EX) == 0 && stillNamed(fd, temporary)) break;
+        ::close(fd);
+        fd = -1;
+        if (attempt == 8) fail("cannot keep " + temporary.string());
+    }
+    auto failWriting = [&] {
+        const int saved = errno;
+        ::close(fd);
+        ::unlink(temporary.c_str());
+        errno = saved;
+        fail("cannot write " + temporary.string());
+    };
     size_t written = 0;
     while (written < data.size()) {
         ssize_t n = ::write(fd, data.data() + written, data.size() - written);
         if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) {
-            int saved = errno;
-            ::close(fd);
-            ::unlink(temporary.c_str());
-            errno = saved;
-            fail("cannot write " + temporary.string());
-        }
+        if (n <= 0) failWriting();
         written += static_cast<size_t>(n);
     }
-    if (::fsync(fd) != 0 || ::close(fd) != 0) {
-        int saved = errno;
+    if (::fsync(fd) != 0) failWriting();
+    return fd;
+}
+
+}  // namespace
+
+fs::path writeTemporary(const std::string& data, const fs::path& target) {
+    fs::path temporary;
+    const int fd = writeLocked(data, target, temporary);
+    if (::close(fd) != 0) {
+        const int saved = errno;
         ::unlink(temporary.c_str());
         errno = saved;
         fail("cannot write " + temporary.string());
@@ -89,16 +146,21 @@ fs::path writeTemporary(const std::string& data, const fs::path& target) {
 
 void replace(const fs::path& temporary, const fs::path& target) {
     if (::rename(temporary.c_str(), target.c_str()) != 0) return;
-    fs::path directory = target.parent_path().empty() ? fs::path(".") : target.parent_path();
-    int fd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int fd = ::open(directoryOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd >= 0) {
         ::fsync(fd);
         ::close(fd);
     }
 }
 
-void saveData(const std::string& data, const fs::path& path) {
-    replace(writeTemporary(data, path), path);
+void saveData(const std::string& data, const fs::path& path, struct stat* written) {
+    removeStaleTemporaries(path);
+    fs::path temporary;
+    const int fd = writeLocked(data, path, temporary);
+    if (written && ::fstat(fd, written) != 0) *written = {};
+    // Renamed while still locked, so that no cleaner takes it for a stale one.
+    replace(temporary, path);
+    ::close(fd);
 }
 
 fs::path quarantinePath(const fs::path& path, Date now) {

@@ -9,6 +9,8 @@
 #include "core/date.h"
 #include "core/json_coding.h"
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -18,15 +20,24 @@ namespace usagekit::Store {
 
 namespace fs = std::filesystem;
 
-// The file's bytes, or absent when it cannot be read.
+// The most readFile() reads. Tally's largest state, a heavy user's scan cache, is tens of
+// megabytes; a file beyond this is damaged or not ours, and reading it whole could take
+// all memory.
+inline constexpr size_t kMaxFileBytes = size_t{512} << 20;
+
+// The file's bytes, or absent when it cannot be read, is not a regular file or holds more
+// than kMaxFileBytes.
 std::optional<std::string> readFile(const fs::path& path);
 
 // Replaces `path` with `data` as described above. Throws std::system_error when the
 // directory cannot be created or the temporary cannot be written; a failed final rename
-// is not reported (the temporary is left behind).
-void saveData(const std::string& data, const fs::path& path);
+// is not reported (the temporary is left behind). Temporaries of `path` that a killed
+// process left are removed first: a save locks its temporary until the rename, so one that
+// is not locked is stale. `written`, when given, gets the status of the file written.
+void saveData(const std::string& data, const fs::path& path, struct stat* written = nullptr);
 
-// The two halves of saveData, apart so that tests can stop between them.
+// The two halves of saveData, apart so that tests can stop between them. The temporary is
+// not locked once writeTemporary returns, as if its writer had been killed.
 fs::path writeTemporary(const std::string& data, const fs::path& target);
 void replace(const fs::path& temporary, const fs::path& target);
 
@@ -69,6 +80,15 @@ std::pair<std::optional<T>, std::optional<fs::path>> loadState(const fs::path& p
     if (!fs::exists(path, ec)) return {std::nullopt, std::nullopt};
     if (auto value = load<T>(path)) return {std::move(value), std::nullopt};
     return {std::nullopt, quarantine(path)};
+}
+
+// How state Tally saves again after reading it is read (settings, prices, budgets, its own
+// records, plan limits): a file that does not decode is moved aside, so that the next save
+// starts a new file instead of overwriting what the user may want back. Caches and
+// announced keys, which cost nothing but a recomputation, use load().
+template <class T>
+std::optional<T> loadOrMoveAside(const fs::path& path) {
+    return loadState<T>(path).first;
 }
 
 }  // namespace usagekit::Store

@@ -72,6 +72,12 @@ std::string percentEncode(std::string_view text, std::string_view extra) {
 }
 
 std::optional<std::string> percentDecode(std::string_view text) {
+    auto out = percentDecodeBytes(text);
+    if (!out || !simdjson::validate_utf8(out->data(), out->size())) return std::nullopt;
+    return out;
+}
+
+std::optional<std::string> percentDecodeBytes(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
@@ -85,7 +91,6 @@ std::optional<std::string> percentDecode(std::string_view text) {
         out.push_back(static_cast<char>(high * 16 + low));
         i += 2;
     }
-    if (!simdjson::validate_utf8(out.data(), out.size())) return std::nullopt;
     return out;
 }
 

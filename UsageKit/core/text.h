@@ -22,5 +22,7 @@ std::string percentEncode(std::string_view text, std::string_view extra);
 inline constexpr std::string_view kURLPathExtra = "!$&'()*+,;=:@/";
 // Absent when a "%" is not followed by two hex digits or the result is not UTF-8.
 std::optional<std::string> percentDecode(std::string_view text);
+// The same for bytes that need not be text: only a bad "%" makes it absent.
+std::optional<std::string> percentDecodeBytes(std::string_view text);
 
 }  // namespace usagekit::Text

@@ -1,10 +1,12 @@
 #include "accounts/anthropic_admin.h"
 #include "accounts/cursor.h"
+#include "accounts/http.h"
 #include "accounts/openai_usage.h"
 #include "core/redact.h"
 #include "ledger/usage_ledger.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace usagekit {
 
@@ -36,7 +38,9 @@ void UsageLedger::refreshRemote() {
     refreshRemote(RemoteSources::live());
 }
 
-void UsageLedger::refreshRemote(const RemoteSources& sources) {
+void UsageLedger::refreshRemote(const RemoteSources& sources,
+                                std::chrono::steady_clock::duration budget) {
+    const auto deadline = std::chrono::steady_clock::now() + budget;
     std::vector<UsageRecord> kept;
     for (UsageRecord& record : records)
         if (!isRemoteProvider(record.provider)) kept.push_back(std::move(record));
@@ -45,11 +49,20 @@ void UsageLedger::refreshRemote(const RemoteSources& sources) {
         if (!problem.starts_with("API")) found.push_back(std::move(problem));
 
     auto call = [&](const char* name, const auto& fetch, auto&& use) {
+        const std::string prefix = std::string("API ") + name + " \u2014 ";
+        if (std::chrono::steady_clock::now() >= deadline) {
+            char seconds[32];
+            std::snprintf(seconds, sizeof seconds, "%g",
+                          std::chrono::duration<double>(budget).count());
+            found.push_back(prefix + "Not asked: the refresh ran out of its " + seconds +
+                            " seconds.");
+            return;
+        }
         try {
+            HTTP::Deadline bounded(deadline);
             use(fetch());
         } catch (const std::exception& error) {
-            found.push_back(std::string("API ") + name + " \u2014 " +
-                            Redact::secrets(error.what()));
+            found.push_back(prefix + Redact::secrets(error.what()));
         }
     };
     auto append = [&](std::vector<UsageRecord> fresh) {

@@ -11,6 +11,7 @@
 #include "ledger/aggregations.h"
 #include "sources/usage_source.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -49,8 +50,12 @@ class UsageLedger {
     // Replaces the remote providers' records, all balances and the "API" problems with
     // what the accounts say now; local records and problems stay. The calls run one after
     // another, never together; a failing one adds "API <name> — <error>" and the rest go on.
+    // The whole refresh gets `budget`: a request still running then times out
+    // (HTTP::Deadline), and each call not yet made adds a time-out problem instead.
+    static constexpr std::chrono::seconds kRemoteBudget{60};
     void refreshRemote();
-    void refreshRemote(const RemoteSources& sources);
+    void refreshRemote(const RemoteSources& sources,
+                       std::chrono::steady_clock::duration budget = kRemoteBudget);
 
     void copy(const UsageLedger& from);
     // Records dated at or after `days` calendar days before `now`; all when days < 1.

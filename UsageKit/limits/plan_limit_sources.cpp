@@ -7,6 +7,7 @@
 #include "core/line_reader.h"
 #include "core/log_bytes.h"
 #include "core/paths.h"
+#include "core/regular_file.h"
 #include "core/scan.h"
 #include "core/store.h"
 #include "sources/log_roots.h"
@@ -332,7 +333,7 @@ std::optional<PlanLimits> parseCodex(std::string_view line) {
 }
 
 std::optional<std::string> tail(const fs::path& file, size_t bytes) {
-    int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+    const int fd = RegularFile::open(file.c_str());
     if (fd < 0) return std::nullopt;
     std::optional<std::string> out;
     off_t size = ::lseek(fd, 0, SEEK_END);

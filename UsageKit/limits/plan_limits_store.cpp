@@ -60,7 +60,7 @@ std::filesystem::path PlanLimitsStore::file() {
 }
 
 PlanLimitsStore::Snapshot PlanLimitsStore::cached() const {
-    return Store::load<Snapshot>(file()).value_or(Snapshot());
+    return Store::loadOrMoveAside<Snapshot>(file()).value_or(Snapshot());
 }
 
 PlanLimitsStore::Snapshot PlanLimitsStore::refresh(Date now, Notifier* notifier) const {

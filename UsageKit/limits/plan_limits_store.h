@@ -41,7 +41,8 @@ class PlanLimitsStore {
     static PlanLimitsStore& shared();
     static std::filesystem::path file();  // "plan-limits.json"
 
-    // The saved snapshot; empty when the file is missing or does not decode.
+    // The saved snapshot; empty when the file is missing or does not decode, in which case
+    // it is moved aside (Store::loadOrMoveAside), never overwritten by the next refresh.
     Snapshot cached() const;
 
     // Reads Claude (skipped in a scratch support directory unless TALLY_LIMITS_LIVE is

@@ -1,8 +1,8 @@
 // Spend budgets: caps on the money spent in the current day or month, on all providers or
 // on one; how much of each is used, which of the 80% and 100% thresholds were newly
 // crossed, and the notifications that announce them once per budget, period and threshold.
-// Missing or unreadable budget and announced files read as empty lists; saves never fail
-// loudly. BudgetMath is pure.
+// Missing or unreadable budget and announced files read as empty lists (a budgets file
+// that does not decode is moved aside first); saves never fail loudly. BudgetMath is pure.
 #pragma once
 
 #include "core/date.h"

@@ -2,8 +2,8 @@
 // append-only list of at most the 5000 newest records, each keeping its own provider. As a
 // source it hands them all to the ledger, whose scan lets them stand in for the log
 // records of the same sessions.
-// Never reports a failure: a missing or damaged file reads as empty (and the next append
-// replaces it); a failed write is dropped. Appends are read-modify-write without a lock.
+// Never reports a failure: a missing or damaged file reads as empty (a damaged one is moved
+// aside, and the next append starts a new file); a failed write is dropped. Appends are read-modify-write without a lock.
 #pragma once
 
 #include "sources/usage_source.h"

@@ -91,12 +91,15 @@ class LogParser {
     static constexpr std::string_view kUsage = "\"usage\"";
 
     // A line anywhere in memory: copied first, because On-Demand reads up to
-    // SIMDJSON_PADDING bytes past the end of what it parses.
+    // SIMDJSON_PADDING bytes past the end of what it parses. The copy is followed by "\n",
+    // as a line from the line reader is, so the verdict on a line with unbalanced brackets
+    // never depends on a longer line copied here before it.
     void line(std::string_view text) {
         if (!Scan::contains(text, kUsage)) return;
         const size_t capacity = text.size() + simdjson::SIMDJSON_PADDING;
         if (m_copy.size() < capacity) m_copy.resize(capacity);
         std::memcpy(m_copy.data(), text.data(), text.size());
+        m_copy[text.size()] = '\n';
         count(std::string_view(m_copy.data(), text.size()), capacity);
     }
 

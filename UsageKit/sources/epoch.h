@@ -10,12 +10,9 @@
 
 namespace usagekit::Epoch {
 
-// 10000-01-01T00:00:00Z.
-inline constexpr double kEnd = 253402300800.0;
-
 // `seconds` since 1970 when that is a usable instant.
 inline std::optional<Date> date(double seconds) {
-    if (!(seconds > 0 && seconds < kEnd)) return std::nullopt;
+    if (!(seconds > 0 && ISO8601::holds(Date{seconds}))) return std::nullopt;
     return Date{seconds};
 }
 

@@ -16,9 +16,6 @@ namespace usagekit {
 
 namespace {
 
-// Beyond this many seconds a timestamp is junk: the local calendar cannot place it.
-constexpr double kLatestSeconds = 1e15;
-
 // The state of one file's parse. Each file gets its own, so files can be parsed on
 // different threads.
 class LogParser {
@@ -36,7 +33,8 @@ class LogParser {
         if (!usage.hasValue()) return;
 
         const double seconds = (*root)["timestamp"].number().value_or(0);
-        if (!(std::fabs(seconds) < kLatestSeconds)) return;
+        // Anything else is junk that neither the calendar nor the scan cache can hold.
+        if (!ISO8601::holds(Date{seconds})) return;
         const std::string stamp = doubleDescription(seconds);
         for (const auto& [model, counts] : usage["modelUsage"].members()) {
             try {

@@ -83,10 +83,19 @@ FoundRecords recordsOfFiles(ScanCache& cache, const std::vector<std::string>& fi
         else
             misses.push_back(i);
     }
-    onScanThreads(misses.size(), 1,
-                  [&](size_t m) { found.runs[misses[m]].parsed = parse(files[misses[m]]); });
+    // A file whose parse fails (out of memory on some monstrous log) gives no records this
+    // time and is not stored, so the next scan tries it again; the source's other files
+    // stand, and nothing escapes a helper thread.
+    std::vector<char> failed(files.size(), 0);
+    onScanThreads(misses.size(), 1, [&](size_t m) {
+        try {
+            found.runs[misses[m]].parsed = parse(files[misses[m]]);
+        } catch (const std::exception&) {
+            failed[misses[m]] = 1;
+        }
+    });
     for (size_t i : misses)
-        cache.store(files[i], stamps[i], found.runs[i].parsed);
+        if (!failed[i]) cache.store(files[i], stamps[i], found.runs[i].parsed);
     return found;
 }
 

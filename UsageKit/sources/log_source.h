@@ -45,8 +45,8 @@ class SeenKeys {
 // The records of every file in order, each from the cache (still packed) when the file is
 // unchanged or from `parse` when not. Files that must be parsed are parsed on all cores (or on
 // $TALLY_SCAN_THREADS threads), and their records gathered in file order, so the result
-// never depends on timing. `parse` must therefore keep no shared mutable state. Throws only
-// what the cache throws.
+// never depends on timing. `parse` must therefore keep no shared mutable state. A file
+// whose `parse` throws gives no records and is not cached. Throws only what the cache throws.
 FoundRecords recordsOfFiles(ScanCache& cache, const std::vector<std::string>& files,
                             const ScanCache::Parse& parse);
 

@@ -31,7 +31,9 @@ const std::string_view OpenCodeSource::kQuery =
 std::optional<UsageRecord> OpenCodeSource::record(const JSON& row) {
     if (!row.isObject()) return std::nullopt;
     // OpenCode writes milliseconds; older rows and other writers have had seconds.
-    auto date = Epoch::secondsOrMilliseconds(row["at"].number().value_or(0));
+    const JSON at = row["at"];
+    if (at.kind() != JSON::Kind::Number) return std::nullopt;
+    auto date = Epoch::secondsOrMilliseconds(*at.number());
     if (!date) return std::nullopt;
 
     UsageRecord r;
@@ -59,8 +61,9 @@ std::optional<UsageRecord> OpenCodeSource::record(const JSON& row) {
     r.kind = "session";
     r.calls = 1;
     // OpenCode writes 0 when it does not know the price; then our pricing decides.
-    if (auto cost = row["cost"].number(); cost && std::isfinite(*cost) && *cost > 0)
-        r.reportedCostUSD = *cost;
+    if (const JSON cost = row["cost"];
+        cost.kind() == JSON::Kind::Number && std::isfinite(*cost.number()) && *cost.number() > 0)
+        r.reportedCostUSD = *cost.number();
     return r;
 }
 

@@ -23,7 +23,9 @@ class OpenCodeSource : public UsageSource {
     Provider provider() const override { return Provider::openCode; }
     FoundRecords scan(ScanCache& cache) const override;
 
-    // One row of kQuery's result; none without a time after 1970 or with a bad count.
+    // One row of kQuery's result; none without a time after 1970 or with a bad count. The
+    // time and the cost must be JSON numbers (json_extract gives a JSON string as text,
+    // which is no time and no cost); counts may also be numeric text.
     static std::optional<UsageRecord> record(const JSON& row);
 };
 

@@ -1,6 +1,9 @@
 #include "sources/sqlite_read.h"
 
+#include "core/regular_file.h"
 #include "core/text.h"
+
+#include <unistd.h>
 
 #include <sqlite3.h>
 
@@ -30,12 +33,21 @@ std::string readOnlyURI(const std::filesystem::path& path) {
 }
 
 JSONDocument query(const std::filesystem::path& path, const std::string& sql) {
-    std::error_code ec;
-    if (!std::filesystem::exists(path, ec)) return parsed("[]");
+    // Anything but a regular file (a FIFO would block SQLite's open) reads as no database.
+    const int probe = RegularFile::open(path.c_str());
+    if (probe < 0) return parsed("[]");
+    ::close(probe);
 
+    // Opening a database in WAL mode, even read-only, makes its -wal and -shm files when
+    // they are absent, and those would stay in the other program's folder. Without a
+    // write-ahead log nobody is writing: the file is opened as immutable, which creates
+    // nothing and takes no lock. With one, the owner is running and its files are there.
+    std::string uri = readOnlyURI(path);
+    std::error_code ec;
+    if (!std::filesystem::exists(path.string() + "-wal", ec)) uri += "&immutable=1";
     sqlite3* raw = nullptr;
-    int status = sqlite3_open_v2(readOnlyURI(path).c_str(), &raw,
-                                 SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
+    int status =
+        sqlite3_open_v2(uri.c_str(), &raw, SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
     std::unique_ptr<sqlite3, decltype(&sqlite3_close)> db(raw, sqlite3_close);
     if (status != SQLITE_OK) fail(raw ? sqlite3_errmsg(raw) : sqlite3_errstr(status));
     // Another program may be writing; wait a little for its lock rather than fail at once.

@@ -17,8 +17,10 @@ struct Failure : std::runtime_error {
 };
 
 // Every row as a JSON object (column name → integer, real, text or null), in a JSON
-// array. A missing file gives an empty array without opening anything. The database is
-// opened as the URI file:<percent-encoded path>?mode=ro, so it is never written.
+// array. A missing file, or anything but a regular file, gives an empty array without
+// opening anything. The database is opened as the URI file:<percent-encoded path>?mode=ro,
+// so it is never written, with "&immutable=1" when it has no write-ahead log, so that no
+// -wal or -shm file is left beside it.
 JSONDocument query(const std::filesystem::path& path, const std::string& sql);
 
 // The URI that query() opens.

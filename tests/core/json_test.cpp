@@ -58,6 +58,24 @@ TEST(JSON, LenientAccessorsReadNumericStringsButNotBlanksAndRejectWhatDoesNotFit
               std::make_tuple(std::optional<double>(), int64_t{0}, false));
 }
 
+TEST(JSON, NanAndInfinitySpelledOutAreNoNumbers) {
+    JSONParser parser;
+    for (const char* text : {R"("nan")", R"("-nan")", R"("inf")", R"("+infinity")", R"("NaN")"}) {
+        SCOPED_TRACE(text);
+        EXPECT_FALSE(parsed(parser, text).number());
+    }
+}
+
+TEST(JsonWriter, WholeNumbersBeyond64BitsAreWrittenSoTheyReadBack) {
+    JSONParser parser;
+    for (double number : {1.2345678901234568e20, -1.2345678901234567e19, 9223372036854775808.0}) {
+        std::string text;
+        writeJSONNumber(text, number);
+        SCOPED_TRACE(text);
+        EXPECT_EQ(parsed(parser, text).number(), number);
+    }
+}
+
 TEST(JSON, KindsAndSubscripts) {
     JSONParser parser;
     JSON j = parsed(parser, R"({"a":[1,"two",null,{"k":false}],"o":{}})");

@@ -63,5 +63,16 @@ TEST_F(LineReader, AMissingFileReportsFalse) {
     EXPECT_FALSE(Scan::forEachLineContaining(home / "missing", "x", [](std::string_view) {}));
 }
 
+TEST_F(LineReader, ALineTooLongToKeepIsPassedOverAndTheLinesAfterItArrive) {
+    const auto path =
+        write("long.jsonl", "before \"usage\"\n" + std::string(Scan::kMaxLineBytes, 'x') +
+                                "\"usage\"\nafter \"usage\"\n");
+    EXPECT_EQ(linesOf(path), (std::vector<std::string>{"before \"usage\"", "after \"usage\""}));
+    std::vector<std::string> holding;
+    Scan::forEachLineContaining(path, "usage",
+                                [&](std::string_view l) { holding.emplace_back(l); });
+    EXPECT_EQ(holding, linesOf(path));
+}
+
 }  // namespace
 }  // namespace usagekit

@@ -93,6 +93,15 @@ TEST(Fold, AnOverflowingRecordIsDroppedNotWrapped) {
     EXPECT_EQ(folded[0].calls, 1);
 }
 
+TEST(Fold, ACostThatWouldMakeTheSumInfiniteIsDroppedWithItsRecord) {
+    UsageRecord a = logged("2026-01-10T10:00:00Z"), b = logged("2026-01-10T11:00:00Z");
+    a.reportedCostUSD = b.reportedCostUSD = 1.7e308;
+    auto folded = Scan::fold({a, b});
+    ASSERT_EQ(folded.size(), 1u);
+    EXPECT_EQ(folded[0].reportedCostUSD, 1.7e308);
+    EXPECT_EQ(folded[0].calls, 1);
+}
+
 TEST(Finish, DropsRecordsWithoutTokensBeforeFolding) {
     UsageRecord empty = logged("2026-01-10T10:00:00Z", 0);
     empty.output = 0;

@@ -4,7 +4,10 @@
 
 #include "support/temp_home.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -51,6 +54,22 @@ TEST_F(StoreTest, AnInterruptedSaveLeavesTheOldFileIntact) {
     EXPECT_FALSE(fs::exists(temporary));
 }
 
+TEST_F(StoreTest, TemporariesAKilledSaveLeftAreRemovedByTheNextSaveButNotOnesBeingWritten) {
+    const fs::path file = support / "usage-scan.json";
+    const fs::path stale = Store::writeTemporary("{}", file);
+    const fs::path other = Store::writeTemporary("{}", support / "settings.json");
+    // One that a running save holds.
+    const fs::path live = support / ".usage-scan.json.tmp-live";
+    writeText(live, "{}");
+    const int held = ::open(live.c_str(), O_RDONLY);
+    ASSERT_EQ(::flock(held, LOCK_EX), 0);
+    Store::saveData("{}", file);
+    EXPECT_FALSE(fs::exists(stale));
+    EXPECT_TRUE(fs::exists(live));
+    EXPECT_TRUE(fs::exists(other));  // another file's: its own next save removes it
+    ::close(held);
+}
+
 TEST_F(StoreTest, UnreadableStateIsMovedAsideNeverOverwrittenAndNothingElseMoves) {
     fs::path file = support / "settings.json";
     auto missing = Store::loadState<TallySettings>(file);
@@ -76,6 +95,13 @@ TEST_F(StoreTest, UnreadableStateIsMovedAsideNeverOverwrittenAndNothingElseMoves
     ASSERT_TRUE(second);
     EXPECT_NE(*second, *aside);
     EXPECT_EQ(readText(*aside), "not json at all");
+}
+
+TEST_F(StoreTest, AStateFileTooLargeToBeOursIsNotReadWhole) {
+    const fs::path file = support / "settings.json";
+    writeText(file, "{}");
+    fs::resize_file(file, Store::kMaxFileBytes + 1);  // sparse: costs no disk
+    EXPECT_FALSE(Store::readFile(file));
 }
 
 TEST_F(StoreTest, SaveFailsWhenTheDirectoryCannotBeMade) {

@@ -2,6 +2,8 @@
 #include "support/every_tool_home.h"
 #include "support/run_tally.h"
 
+#include <sys/stat.h>
+
 #include <gtest/gtest.h>
 
 namespace usagekit {
@@ -70,6 +72,25 @@ TEST_F(ScanCommand, ABrokenCacheIsRebuiltAndAFailingSourceIsOneProblemLine) {
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.err, "");
     EXPECT_EQ(run.out, kExpected + "OpenCode: file is not a database\n");
+}
+
+TEST_F(ScanCommand, AFIFOWhereALogOrStateFileIsExpectedIsPassedOver) {
+    writeHomeWithEveryTool();
+    // Nothing ever writes to these: opening one for reading would wait forever.
+    for (const fs::path& fifo :
+         {home / ".claude/projects/-w-app/fifo.jsonl",
+          home / ".codex/sessions/2025/06/02/rollout-2025-06-02T10-00-00-f.jsonl",
+          home / ".grok/sessions/p/s/updates.jsonl", home / ".copilot/session-state/f.jsonl",
+          home / ".gemini/tmp/abc/chats/session-2025-06-03-ffffffff.json",
+          home / ".gemini/tmp/abc/.project_root", home / ".claude/.credentials.json",
+          support / "pricing.json", support / "settings.json", support / "plan-limits.json"}) {
+        fs::create_directories(fifo.parent_path());
+        ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0) << fifo;
+    }
+    TallyRun scan = tally("--scan");  // a hang shows as the test's time-out
+    EXPECT_EQ(scan.status, 0);
+    EXPECT_EQ(scan.out, kExpected);
+    EXPECT_EQ(tally("--limits").status, 0);
 }
 
 TEST_F(ScanCommand, ExportWritesTheWindowAsCSVOrJSON) {

@@ -125,5 +125,31 @@ TEST_F(LocalScan, CacheEntriesOfVanishedLogsArePruned) {
     EXPECT_EQ(cache.files.begin()->first, kept.string());
 }
 
+TEST_F(LocalScan, OddDatesAndNamesLeaveACacheThatReadsBackAndIsNotRewritten) {
+    // Dates just beyond what four-digit years hold once in UTC, a Grok time in the year
+    // 17814, and a log whose name is not UTF-8, beside one ordinary request.
+    auto reply = [](const char* id, const char* time) {
+        return std::string(R"({"requestId":")") + id +
+               R"(","message":{"usage":{"input_tokens":5}},"timestamp":")" + time + "\"}\n";
+    };
+    write(".claude/projects/p/late\xff.jsonl", reply("a", "9999-12-31T23:59:59-01:00") +
+                                                   reply("b", "0000-01-01T00:00:00+01:00") +
+                                                   reply("c", "2026-03-02T10:00:00Z"));
+    write(
+        ".grok/sessions/p/s/updates.jsonl",
+        R"({"timestamp":5e11,"params":{"update":{"sessionUpdate":"turn_completed","usage":{"modelUsage":{"grok-4":{"inputTokens":9}}}}}})"
+        "\n");
+    UsageLedger ledger(Pricing::builtIn());
+    ledger.scanLocal();
+    ASSERT_EQ(ledger.records.size(), 1u);
+    ScanCache::waitForSave();
+    EXPECT_EQ(ScanCache::load().files.size(), 2u);
+    const auto written = ScanCache::identity(ScanCache::file());
+    fs::remove(ScanCache::imageFile());  // the JSON file alone must name the log
+    ledger.scanLocal();
+    ScanCache::waitForSave();
+    EXPECT_EQ(ScanCache::identity(ScanCache::file()), written);
+}
+
 }  // namespace
 }  // namespace usagekit

@@ -1,5 +1,7 @@
 #include "ledger/usage_ledger.h"
 
+#include "accounts/http.h"
+#include "support/fake_provider.h"
 #include "support/records.h"
 
 #include <gtest/gtest.h>
@@ -78,6 +80,27 @@ TEST(RemoteRefresh, AFailingCallIsOneProblemAndItsOldRecordsStillGo) {
     for (const auto& r : ledger.records)
         EXPECT_NE(r.provider.id, "cursor-on-demand");
     EXPECT_EQ(ledger.balances.size(), 2u);  // xAI and the OpenRouter credits
+}
+
+TEST(RemoteRefresh, AStalledServerCostsTheRefreshItsBudgetNotThirtySecondsARequest) {
+    testing::FakeProvider stalled;
+    stalled.on("/", testing::Reply{.delaySeconds = 20});
+    Calls calls;
+    UsageLedger::RemoteSources sources = calls.sources();
+    sources.anthropic = [&] {
+        HTTP::get(stalled.url() + "/", {}, 30);
+        return std::vector<UsageRecord>{};
+    };
+    UsageLedger ledger(Pricing::builtIn());
+    const auto start = std::chrono::steady_clock::now();
+    ledger.refreshRemote(sources, std::chrono::milliseconds(300));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+    ASSERT_EQ(ledger.problems.size(), 7u);
+    EXPECT_EQ(ledger.problems[0],
+              "API Anthropic \u2014 The request to 127.0.0.1 timed out after 0.3 seconds.");
+    EXPECT_EQ(ledger.problems[6],
+              "API OpenRouter \u2014 Not asked: the refresh ran out of its 0.3 seconds.");
+    EXPECT_TRUE(calls.order.empty());
 }
 
 }  // namespace

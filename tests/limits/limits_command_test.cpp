@@ -45,5 +45,19 @@ TEST_F(LimitsCommand, AScratchRunWithoutLiveReadsSendsNoRequestButRereadsCodex) 
     EXPECT_EQ(PlanLimitsStore::shared().cached().limits.size(), 2u);  // the desktop's file
 }
 
+namespace fs = std::filesystem;
+
+TEST_F(LimitsCommand, AnUndecodablePlanLimitsFileIsMovedAsideNotOverwritten) {
+    const fs::path file = PlanLimitsStore::file();
+    testing::writeText(file, "{\"limits\": [ torn");
+    EXPECT_EQ(testing::runTally("--limits", root).status, 0);
+    std::vector<std::string> aside;
+    for (const auto& entry : fs::directory_iterator(file.parent_path()))
+        if (entry.path().filename().string().starts_with("plan-limits.json.unreadable-"))
+            aside.push_back(testing::readText(entry.path()));
+    EXPECT_EQ(aside, std::vector<std::string>{"{\"limits\": [ torn"});
+    EXPECT_TRUE(Store::load<PlanLimitsStore::Snapshot>(file));  // and a new one was written
+}
+
 }  // namespace
 }  // namespace usagekit

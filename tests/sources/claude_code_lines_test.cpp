@@ -364,5 +364,25 @@ TEST_F(ClaudeCodeLinesTest, DamageInsideValuesNeverReadGoesUnnoticed) {
     }
 }
 
+// On-Demand reads one byte past a line whose brackets do not balance: what lies there must
+// not decide whether the line counts. In memory the copy's last line lies there; in a file,
+// the next line, or for a last line the reader's buffer.
+TEST_F(ClaudeCodeLinesTest, AMalformedLineCountsOrNotByItselfWhateverCameBeforeIt) {
+    const std::string longer =
+        R"({"requestIx":"x","timestamp":"2026-03-02T10:00:00Z","message":{"content":[],"usage":{"input_tokens":5}}})";
+    const std::string bad =
+        R"({"requestId":"r","timestamp":"2026-03-02T10:00:00Z","message":{"content":],"usage":{"input_tokens":5}}})";
+    auto calls = [](const Records& records) {
+        int64_t sum = 0;
+        for (const UsageRecord& record : records)
+            sum += record.calls;
+        return sum;
+    };
+    const int64_t alone = calls(onDemand(bad));
+    EXPECT_EQ(calls(onDemand(longer + "\n" + bad)), alone + 1);
+    EXPECT_EQ(calls(ClaudeCodeSource::parse(write("a.jsonl", longer + "\n" + bad))), alone + 1);
+    EXPECT_EQ(calls(ClaudeCodeSource::parse(write("b.jsonl", bad))), alone);
+}
+
 }  // namespace
 }  // namespace usagekit

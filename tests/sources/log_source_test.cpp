@@ -55,5 +55,21 @@ TEST_F(RecordsOfFiles, UnchangedFilesComeFromTheCacheAndChangedOnesAreParsedAgai
         EXPECT_NE(record.model, files[1].string());
 }
 
+TEST_F(RecordsOfFiles, AFileThatRunsOutOfMemoryLosesOnlyItsOwnRecordsAndIsReadAgainNextTime) {
+    std::vector<std::string> files;
+    for (int i = 0; i < 8; ++i)
+        files.push_back(write(std::to_string(i) + ".jsonl", "x").string());
+    testing::ScopedEnv threads("TALLY_SCAN_THREADS", "4");
+    ScanCache cache;
+    const auto records =
+        recordsOfFiles(cache, files, [&](const fs::path& file) {
+            if (file == files[5]) throw std::bad_alloc();
+            return std::vector<UsageRecord>{testing::record(Provider::claudeCode, file.string())};
+        }).all();
+    EXPECT_EQ(records.size(), 7u);
+    EXPECT_FALSE(cache.files.contains(files[5]));
+    EXPECT_TRUE(cache.files.contains(files[4]));
+}
+
 }  // namespace
 }  // namespace usagekit

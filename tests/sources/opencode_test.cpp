@@ -29,13 +29,17 @@ std::optional<UsageRecord> record(const std::string& row) {
 
 using OpenCodeTest = testing::UTCHome;
 
-TEST(OpenCodeQuery, IsTheFifteenLinesExactly) {
-    const std::string_view query = OpenCodeSource::kQuery;
-    EXPECT_EQ(query.size(), 706u);
-    EXPECT_EQ(std::count(query.begin(), query.end(), '\n'), 14);
-    EXPECT_TRUE(
-        query.starts_with("SELECT id,\n       json_extract(data, '$.time.completed') AS at,"));
-    EXPECT_TRUE(query.ends_with("\n  AND COALESCE(json_extract(data, '$.tokens.total'), 0) > 0"));
+TEST_F(OpenCodeTest, ATimeOrCostWrittenAsJSONTextIsNoTimeOrCostButCountsMayBe) {
+    const std::string rows = R"(
+        INSERT INTO message VALUES ('a', 's', 0, 0, '{"role":"assistant",
+          "time":{"completed":"1760000000000"},"tokens":{"input":5,"total":5}}');
+        INSERT INTO message VALUES ('b', 's', 0, 0, '{"role":"assistant","modelID":"m",
+          "time":{"completed":1760000000000},"cost":"2.5","tokens":{"input":"7","total":7}}');)";
+    testing::SQLiteFile db(TallyPaths::openCodeDatabase(), std::string(kSchema) + rows);
+    ScanCache cache;
+    EXPECT_EQ(describe(OpenCodeSource().scan(cache).all()),
+              std::vector<std::string>{"opencode|m|1759968000.0||s @2025-10-09T08:53:20Z session "
+                                       "calls=1 in=7 out=0 cr=0 cw=0 rs=0"});
 }
 
 TEST_F(OpenCodeTest, ScanReadsAssistantMessagesWithTokensFromALiveDatabase) {

@@ -29,6 +29,16 @@ class SQLiteReadTest : public testing::TempHome {
     }
 };
 
+TEST_F(SQLiteReadTest, ReadingADatabaseInWALModeLeavesNoFilesBesideIt) {
+    const fs::path path = database("wal.db",
+                                   "PRAGMA journal_mode=WAL; CREATE TABLE t (i INTEGER);"
+                                   "INSERT INTO t VALUES (1);");
+    ASSERT_FALSE(fs::exists(path.string() + "-wal"));  // the writer closed: nothing beside it
+    EXPECT_EQ(SQLiteRead::query(path, "SELECT i FROM t").root().array().size(), 1u);
+    EXPECT_FALSE(fs::exists(path.string() + "-wal"));
+    EXPECT_FALSE(fs::exists(path.string() + "-shm"));
+}
+
 TEST_F(SQLiteReadTest, RowsKeepTheirColumnTypesAndABlankInThePathIsEncoded) {
     auto path = database("with blank/state.db",
                          "CREATE TABLE t (i INTEGER, r REAL, s TEXT, n TEXT);"
