@@ -38,7 +38,8 @@ std::filesystem::path SpendBudget::file() {
 }
 
 std::vector<SpendBudget> SpendBudget::load() {
-    return Store::loadOrMoveAside<std::vector<SpendBudget>>(file()).value_or(std::vector<SpendBudget>());
+    return Store::loadOrMoveAside<std::vector<SpendBudget>>(file()).value_or(
+        std::vector<SpendBudget>());
 }
 
 void SpendBudget::save(const std::vector<SpendBudget>& budgets) {

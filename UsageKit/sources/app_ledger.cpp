@@ -10,7 +10,8 @@ std::filesystem::path AppLedger::file() {
 }
 
 std::vector<UsageRecord> AppLedger::all() {
-    return Store::loadOrMoveAside<std::vector<UsageRecord>>(file()).value_or(std::vector<UsageRecord>());
+    return Store::loadOrMoveAside<std::vector<UsageRecord>>(file()).value_or(
+        std::vector<UsageRecord>());
 }
 
 void AppLedger::append(const UsageRecord& record) {

@@ -3,7 +3,8 @@
 // source it hands them all to the ledger, whose scan lets them stand in for the log
 // records of the same sessions.
 // Never reports a failure: a missing or damaged file reads as empty (a damaged one is moved
-// aside, and the next append starts a new file); a failed write is dropped. Appends are read-modify-write without a lock.
+// aside, and the next append starts a new file); a failed write is dropped. Appends are
+// read-modify-write without a lock.
 #pragma once
 
 #include "sources/usage_source.h"
