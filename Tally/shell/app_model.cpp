@@ -201,19 +201,12 @@ void AppModel::tick() {
     emit clockChanged();
 }
 
-std::vector<UsageRecord> AppModel::recordsSince(Date start) const {
-    std::vector<UsageRecord> rows;
-    for (const UsageRecord& record : m_ledger->records)
-        if (record.date >= start) rows.push_back(record);
-    return rows;
-}
-
 std::vector<UsageRecord> AppModel::usageWindow() const {
     return m_ledger->since(m_settings.usageWindow, m_clock);
 }
 
 Totals AppModel::totals(SpendBudget::Period period) const {
-    return m_ledger->totals(recordsSince(BudgetMath::start(period, m_clock)));
+    return m_ledger->totals(m_ledger->datedFrom(BudgetMath::start(period, m_clock)));
 }
 
 std::string AppModel::menuTitle() const {
@@ -238,9 +231,9 @@ AppModel::Heat AppModel::heat() const {
 
 std::vector<AppModel::SeatComparison> AppModel::seatComparisons() const {
     std::vector<UsageRecord> rows;
-    const Date monthStart = BudgetMath::start(SpendBudget::Period::month, m_clock);
-    for (const UsageRecord& record : m_ledger->records)
-        if (record.date >= monthStart && !record.provider.isMetered()) rows.push_back(record);
+    for (const UsageRecord& record :
+         m_ledger->datedFrom(BudgetMath::start(SpendBudget::Period::month, m_clock)))
+        if (!record.provider.isMetered()) rows.push_back(record);
     std::vector<SeatComparison> comparisons;
     for (const Slice& slice : m_ledger->byProvider(rows)) {
         auto seat = m_settings.seatPrices.find(slice.id);

@@ -118,7 +118,6 @@ class AppModel : public QObject {
     // Runs `work` on a worker thread and `done` with its result back on the GUI thread.
     template <class Work, class Done>
     void runInBackground(Work work, Done done);
-    std::vector<usagekit::UsageRecord> recordsSince(usagekit::Date start) const;
 
     usagekit::Notifier* m_notifier;
     Services m_services;

@@ -3,6 +3,7 @@
 #include "shell/app_model.h"
 #include "shell/busy_indicator.h"
 #include "shell/theme.h"
+#include "shell/ui_text.h"
 
 #include "ledger/fmt.h"
 
@@ -22,11 +23,7 @@ using namespace usagekit;
 
 namespace {
 
-QString text(const std::string& value) {
-    return QString::fromStdString(value);
-}
-
-// A thin bar for spent ÷ cap: never narrower than 2 px, never wider than the row.
+// A thin bar for spent ÷ cap.
 class BudgetBar : public QWidget {
   public:
     BudgetBar(double fraction, bool pressed, QWidget* parent)
@@ -37,28 +34,14 @@ class BudgetBar : public QWidget {
   protected:
     void paintEvent(QPaintEvent*) override {
         QPainter painter(this);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(Qt::NoPen);
-        painter.setBrush(Theme::fillSelected());
-        painter.drawRoundedRect(QRectF(rect()), 2, 2);
-        const double fraction = std::isfinite(m_fraction) ? std::clamp(m_fraction, 0.0, 1.0) : 0;
-        const qreal filled = std::max<qreal>(2, fraction * static_cast<qreal>(width()));
-        painter.setBrush(m_pressed ? Theme::accent() : Theme::ink());
-        painter.drawRoundedRect(QRectF(0, 0, filled, height()), 2, 2);
+        Theme::paintBar(painter, QRectF(rect()), m_fraction,
+                        m_pressed ? Theme::accent() : Theme::ink());
     }
 
   private:
     double m_fraction;
     bool m_pressed;
 };
-
-QLabel* caption(const QString& value, QWidget* parent) {
-    auto* label = new QLabel(value, parent);
-    QFont font = label->font();
-    font.setPointSizeF(font.pointSizeF() * 0.85);
-    label->setFont(font);
-    return label;
-}
 
 void setInk(QLabel* label, const QColor& color) {
     QPalette palette = label->palette();
@@ -87,18 +70,17 @@ GlancePanel::GlancePanel(AppModel& model, QWidget* parent) : QWidget(parent), m_
 
     auto* figures = new QHBoxLayout;
     figures->setSpacing(24);
-    auto figure = [&](QLabel*& value, QLabel*& label, const QString& captionText) {
+    auto figure = [&](QLabel*& value, const QString& captionText) {
         auto* box = new QVBoxLayout;
         box->setSpacing(0);
         value = new QLabel(this);
         value->setTextInteractionFlags(Qt::TextSelectableByMouse);
-        label = caption(captionText, this);
         box->addWidget(value);
-        box->addWidget(label);
+        box->addWidget(Fonts::label(captionText, Fonts::caption(), true, this));
         figures->addLayout(box);
     };
-    figure(m_today, m_todayCaption, QStringLiteral("today"));
-    figure(m_month, m_monthCaption, QStringLiteral("this month"));
+    figure(m_today, QStringLiteral("today"));
+    figure(m_month, QStringLiteral("this month"));
     figures->addStretch();
     column->addLayout(figures);
 
@@ -106,7 +88,7 @@ GlancePanel::GlancePanel(AppModel& model, QWidget* parent) : QWidget(parent), m_
     m_budgetRows->setSpacing(8);
     column->addLayout(m_budgetRows);
 
-    m_limits = caption(QString(), this);
+    m_limits = Fonts::label(QString(), Fonts::caption(), true, this);
     m_limits->setWordWrap(true);
     column->addWidget(m_limits);
 
@@ -148,17 +130,16 @@ void GlancePanel::changeEvent(QEvent* event) {
 
 void GlancePanel::refresh() {
     m_spinner->setRunning(m_model.scanning());
-    m_today->setText(text(Fmt::cents(m_model.totals(SpendBudget::Period::day).allUSD())));
-    m_month->setText(text(Fmt::cents(m_model.totals(SpendBudget::Period::month).allUSD())));
+    m_today->setText(toQt(Fmt::cents(m_model.totals(SpendBudget::Period::day).allUSD())));
+    m_month->setText(toQt(Fmt::cents(m_model.totals(SpendBudget::Period::month).allUSD())));
     styleFigures();
     rebuildBudgets();
 
     QStringList lines;
     for (const PlanLimits& plan : m_model.limits().limits)
-        lines << text(plan.line(m_model.clock()));
+        lines << toQt(plan.line(m_model.clock()));
     m_limits->setText(lines.join(QLatin1Char('\n')));
     m_limits->setVisible(!lines.isEmpty());
-    setInk(m_limits, Theme::secondaryInk());
 }
 
 void GlancePanel::styleFigures() {
@@ -170,8 +151,6 @@ void GlancePanel::styleFigures() {
         value->setFont(font);
         setInk(value, heat == AppModel::Heat::cool ? Theme::ink() : Theme::accent());
     }
-    for (QLabel* label : {m_todayCaption, m_monthCaption})
-        setInk(label, Theme::secondaryInk());
 }
 
 void GlancePanel::rebuildBudgets() {
@@ -187,11 +166,11 @@ void GlancePanel::rebuildBudgets() {
         rowColumn->setContentsMargins(0, 0, 0, 0);
         rowColumn->setSpacing(4);
         auto* line = new QHBoxLayout;
-        QLabel* label = caption(text(reading.budget.label), row);
-        QLabel* amount = caption(text(Fmt::cents(reading.spentUSD) + " / " + Fmt::cents(cap)), row);
-        QFont font = amount->font();
-        font.setWeight(pressed ? QFont::DemiBold : QFont::Normal);
-        amount->setFont(font);
+        QLabel* label = Fonts::label(toQt(reading.budget.label), Fonts::caption(), false, row);
+        QLabel* amount = Fonts::label(
+            toQt(Fmt::cents(reading.spentUSD) + " / " + Fmt::cents(cap)),
+            Fonts::weighted(Fonts::caption(), pressed ? QFont::DemiBold : QFont::Normal), false,
+            row);
         amount->setObjectName(QStringLiteral("budgetAmount"));
         line->addWidget(label);
         line->addStretch();

@@ -48,8 +48,6 @@ class GlancePanel : public QWidget {
     BusyIndicator* m_spinner;
     QLabel* m_today;
     QLabel* m_month;
-    QLabel* m_todayCaption;
-    QLabel* m_monthCaption;
     QVBoxLayout* m_budgetRows;
     QLabel* m_limits;
     QPushButton* m_open;

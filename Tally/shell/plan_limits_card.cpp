@@ -73,18 +73,11 @@ LimitBar::LimitBar(const PlanLimits::Window& window, Date now, QWidget* parent)
 
 void LimitBar::paintEvent(QPaintEvent*) {
     QPainter painter(this);
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    const QRectF track(0, height() - kBarHeight - 1, width(), kBarHeight);
-    painter.setBrush(Theme::fillSelected());
-    painter.drawRoundedRect(track, kBarHeight / 2.0, kBarHeight / 2.0);
     // Ink, stronger as the window fills: calm at low use, plain black or white near the end.
     QColor ink = Theme::ink();
     ink.setAlphaF(m_use >= 90 ? 1.0f : m_use >= 70 ? 0.75f : 0.5f);
-    painter.setBrush(ink);
-    const qreal fill = std::max<qreal>(2, track.width() * std::clamp(m_use / 100, 0.0, 1.0));
-    painter.drawRoundedRect(QRectF(track.topLeft(), QSizeF(fill, track.height())), kBarHeight / 2.0,
-                            kBarHeight / 2.0);
+    Theme::paintBar(painter, QRectF(0, height() - kBarHeight - 1, width(), kBarHeight), m_use / 100,
+                    ink);
 }
 
 PlanLimitsCard::PlanLimitsCard(AppModel& model, QWidget* parent)

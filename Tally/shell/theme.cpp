@@ -13,6 +13,8 @@
 #include <QStyleFactory>
 #include <QSvgRenderer>
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 #include <optional>
 
@@ -156,6 +158,21 @@ void paintSurface(QPainter& painter, const QRectF& rect, qreal radius) {
     painter.setBrush(surface());
     painter.setPen(QPen(border(), 1));
     painter.drawRoundedRect(body, radius, radius);
+    painter.restore();
+}
+
+void paintBar(QPainter& painter, const QRectF& track, double fraction, const QColor& fill) {
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    const qreal radius = track.height() / 2;
+    painter.setBrush(fillSelected());
+    painter.drawRoundedRect(track, radius, radius);
+    const double share = std::isfinite(fraction) ? std::clamp(fraction, 0.0, 1.0) : 0;
+    painter.setBrush(fill);
+    painter.drawRoundedRect(
+        QRectF(track.topLeft(), QSizeF(std::max<qreal>(2, track.width() * share), track.height())),
+        radius, radius);
     painter.restore();
 }
 

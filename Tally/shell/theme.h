@@ -38,6 +38,11 @@ QColor shadow();
 // 1-pixel border() inset by half a pixel, and a soft shadow() 1 pixel below.
 void paintSurface(QPainter& painter, const QRectF& rect, qreal radius);
 
+// A progress bar: the `track` in fillSelected() with round ends, filled from the left to
+// `fraction` of its width in `fill`, never narrower than 2 pixels (so an empty bar still
+// shows where it is) and never wider than the track.
+void paintBar(QPainter& painter, const QRectF& track, double fraction, const QColor& fill);
+
 // The flame in `color`, outline or filled, rendered crisp at every size the icon is asked
 // for (tray sizes and HiDPI included).
 QIcon flame(bool filled, const QColor& color);

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <span>
 
 namespace usagekit::Summary {
 
@@ -15,14 +14,6 @@ std::string format(const char* pattern, auto... values) {
     std::string text(static_cast<size_t>(size > 0 ? size : 0), '\0');
     std::snprintf(text.data(), text.size() + 1, pattern, values...);
     return text;
-}
-
-// The ledger's records are newest first, so those since `start` are its first ones: a view,
-// not a copy of thousands of records.
-std::span<const UsageRecord> datedFrom(const std::vector<UsageRecord>& records, Date start) {
-    auto end = std::partition_point(records.begin(), records.end(),
-                                    [&](const UsageRecord& r) { return r.date >= start; });
-    return {records.begin(), end};
 }
 
 // Provider lines, then the problems as one block.
@@ -43,8 +34,8 @@ std::string details(const UsageLedger& ledger) {
 
 std::string local(const UsageLedger& ledger, Date now) {
     const Totals all = ledger.totals(ledger.records);
-    const Totals today = ledger.totals(datedFrom(ledger.records, Calendar::startOfDay(now)));
-    const Totals month = ledger.totals(datedFrom(ledger.records, Calendar::startOfMonth(now)));
+    const Totals today = ledger.totals(ledger.datedFrom(Calendar::startOfDay(now)));
+    const Totals month = ledger.totals(ledger.datedFrom(Calendar::startOfMonth(now)));
     return format(
                "today $%.2f \u00B7 month $%.2f \u00B7 all $%.2f billed $%.2f equivalent $%.2f "
                "\u00B7 %zu records\n",

@@ -110,6 +110,12 @@ void UsageLedger::copy(const UsageLedger& from) {
     pricing = from.pricing;
 }
 
+std::span<const UsageRecord> UsageLedger::datedFrom(Date start) const {
+    auto end = std::partition_point(records.begin(), records.end(),
+                                    [&](const UsageRecord& r) { return r.date >= start; });
+    return {records.begin(), end};
+}
+
 std::vector<UsageRecord> UsageLedger::since(int64_t days, Date now) const {
     if (days < 1) return records;
     const Date cutoff =

@@ -60,6 +60,9 @@ class UsageLedger {
     void copy(const UsageLedger& from);
     // Records dated at or after `days` calendar days before `now`; all when days < 1.
     std::vector<UsageRecord> since(int64_t days, Date now = Date::now()) const;
+    // The records dated at or after `start`, later ones included. The records are newest
+    // first, so these are the first ones: a view into `records`, valid until they change.
+    std::span<const UsageRecord> datedFrom(Date start) const;
 
     // --- aggregations, all priced with `pricing` ---
     double cost(const UsageRecord& record) const { return pricing.cost(record); }
